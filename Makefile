@@ -1,0 +1,49 @@
+# The two set-up commands of the README: `make demo` and `make test`.
+BUILD_DIR   ?= build
+JOBS        ?= $(shell nproc)
+FUZZ_SECONDS ?= 60
+CMAKE_GEN   := -G Ninja
+
+.PHONY: all deps build release test demo bench fuzz fuzz-build fuzz-smoke format clean
+
+all: build
+
+deps:
+	@scripts/install-deps
+
+# Debug build with AddressSanitizer and UBSan: what the tests run against.
+build: deps
+	cmake -S . -B $(BUILD_DIR)/debug $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Debug -DQUILLMERE_SANITIZE=ON
+	cmake --build $(BUILD_DIR)/debug -j $(JOBS)
+
+release: deps
+	cmake -S . -B $(BUILD_DIR)/release $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release -DQUILLMERE_BENCH=ON
+	cmake --build $(BUILD_DIR)/release -j $(JOBS)
+
+test: build
+	cd $(BUILD_DIR)/debug && ctest --output-on-failure -j $(JOBS)
+	$(MAKE) --no-print-directory fuzz-smoke
+
+demo: release
+	scripts/demo $(BUILD_DIR)/release/cli/quillmere-cli
+
+bench: release
+	scripts/run-benchmarks $(BUILD_DIR)/release
+
+fuzz-build: deps
+	CC=clang CXX=clang++ cmake -S . -B $(BUILD_DIR)/fuzz $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DQUILLMERE_FUZZ=ON -DQUILLMERE_TESTS=OFF -DQUILLMERE_APP=OFF
+	cmake --build $(BUILD_DIR)/fuzz -j $(JOBS)
+
+fuzz: fuzz-build
+	scripts/run-fuzzers $(BUILD_DIR)/fuzz $(FUZZ_SECONDS)
+
+# A short run of every fuzz target, part of `make test`.
+fuzz-smoke: fuzz-build
+	scripts/run-fuzzers $(BUILD_DIR)/fuzz 30
+
+format:
+	git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+clean:
+	rm -rf $(BUILD_DIR)
