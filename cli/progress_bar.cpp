@@ -70,7 +70,8 @@ std::string ProgressBar::render(std::int64_t done, std::int64_t total, Unit unit
         std::clamp(static_cast<double>(done) / static_cast<double>(total), 0.0, 1.0);
     if (terminal_) {
       const int filled = static_cast<int>(std::lround(fraction * kBarWidth));
-      line += " [" + std::string(filled, '#') + std::string(kBarWidth - filled, '-') + "]";
+      line.append(" [").append(static_cast<std::size_t>(filled), '#');
+      line.append(static_cast<std::size_t>(kBarWidth - filled), '-').append("]");
     }
     line += " " + formatCount(done, unit) + " of " + formatCount(total, unit);
   }
