@@ -265,7 +265,7 @@ TEST(ZipArchiveTest, TruncatedPartsFailWithTheRightMessage) {
       ZipBuilder().add(entry("a.txt", textBytes(3000), 8)).add("b.txt", "second").build();
   const std::uint64_t directory = findLast(good, 0x02014b50) - 46 - 5;  // first record
   // Every cut that loses the end record: not a zip at all.
-  for (std::size_t keep = 0; keep < good.size(); keep += 37) {
+  for (std::size_t keep = 0; keep < good.size(); ++keep) {
     SCOPED_TRACE(keep);
     testing::writeFile(dir / "cut.zip", Bytes(good.begin(), good.begin() + keep));
     EXPECT_EQ(errorKindOf([&] { ZipArchive zip(dir / "cut.zip"); }), Kind::notAZip);
