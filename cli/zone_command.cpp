@@ -1,13 +1,9 @@
-#include <date/date.h>
-
 #include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
-#include <locale>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -39,18 +35,52 @@ std::optional<double> parseNumber(std::string_view text) {
   return value;
 }
 
-// Seconds since 1970 of an ISO 8601 date and time in UTC ("Z") or with an offset.
-std::optional<double> parseInstant(const std::string& text) {
-  for (const char* format : {"%FT%TZ", "%FT%T%Ez", "%FT%T%z"}) {
-    std::istringstream in(text);
-    in.imbue(std::locale::classic());
-    date::sys_time<std::chrono::milliseconds> instant;
-    in >> date::parse(format, instant);
-    if (in && in.peek() == std::char_traits<char>::eof()) {
-      return std::chrono::duration<double>(instant.time_since_epoch()).count();
-    }
+// The unsigned number in `text` exactly; -1 when it isn't one.
+int digits(std::string_view text) {
+  int value = 0;
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  return error == std::errc() && stop == text.data() + text.size() && text.front() != '+' ? value
+                                                                                          : -1;
+}
+
+// Seconds since 1970 of an ISO 8601 date and time with its zone: YYYY-MM-DDTHH:MM:SS, an
+// optional fraction, then "Z", "+HH:MM" or "+HHMM". Kept small on purpose: the command only
+// needs an unambiguous instant.
+std::optional<double> parseInstant(std::string_view text) {
+  if (text.size() < 20 || text[4] != '-' || text[7] != '-' || text[10] != 'T' || text[13] != ':' ||
+      text[16] != ':') {
+    return std::nullopt;
   }
-  return std::nullopt;
+  const int year = digits(text.substr(0, 4)), month = digits(text.substr(5, 2)),
+            day = digits(text.substr(8, 2)), hour = digits(text.substr(11, 2)),
+            minute = digits(text.substr(14, 2)), second = digits(text.substr(17, 2));
+  const std::chrono::year_month_day date{std::chrono::year(year),
+                                         std::chrono::month(static_cast<unsigned>(month)),
+                                         std::chrono::day(static_cast<unsigned>(day))};
+  if (year < 0 || !date.ok() || hour < 0 || hour > 23 || minute < 0 || minute > 59 || second < 0 ||
+      second > 59) {
+    return std::nullopt;
+  }
+  std::string_view rest = text.substr(19);
+  double fraction = 0;
+  if (rest.starts_with('.')) {
+    std::size_t end = 1;
+    while (end < rest.size() && rest[end] >= '0' && rest[end] <= '9') ++end;
+    if (end == 1) return std::nullopt;
+    const std::string decimal = "0" + std::string(rest.substr(0, end));
+    fraction = std::strtod(decimal.c_str(), nullptr);
+    rest.remove_prefix(end);
+  }
+  int offset = 0;
+  if (rest != "Z") {
+    const bool colon = rest.size() == 6 && rest[3] == ':';
+    if ((rest.size() != 5 && !colon) || (rest[0] != '+' && rest[0] != '-')) return std::nullopt;
+    const int hours = digits(rest.substr(1, 2)), minutes = digits(rest.substr(colon ? 4 : 3, 2));
+    if (hours < 0 || hours > 23 || minutes < 0 || minutes > 59) return std::nullopt;
+    offset = (rest[0] == '-' ? -1 : 1) * (hours * 3600 + minutes * 60);
+  }
+  const auto days = std::chrono::sys_days(date).time_since_epoch().count();
+  return static_cast<double>(days) * 86400 + hour * 3600 + minute * 60 + second + fraction - offset;
 }
 
 // "+HH:MM" east of UTC; a lone remainder of seconds is dropped.
