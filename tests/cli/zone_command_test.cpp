@@ -79,11 +79,17 @@ TEST(ZoneCommandTest, BatchModeAnswersOneLinePerLine) {
   EXPECT_EQ(result.out, "Europe/Paris\nEtc/GMT+3\nnone\nnone\n");
 }
 
-// Runs the zone command with QUILLMERE_RESOURCES naming `folder`.
+// Runs the zone command at Paris with QUILLMERE_RESOURCES naming `folder`.
 testing::CommandResult zoneWithResources(const std::filesystem::path& folder) {
+  const char* old = getenv("QUILLMERE_RESOURCES");
+  const std::optional<std::string> saved = old ? std::optional<std::string>(old) : std::nullopt;
   setenv("QUILLMERE_RESOURCES", folder.c_str(), 1);
   auto result = runCommand({QUILLMERE_CLI, "zone", "48.8566", "2.3522"});
-  unsetenv("QUILLMERE_RESOURCES");
+  if (saved) {
+    setenv("QUILLMERE_RESOURCES", saved->c_str(), 1);
+  } else {
+    unsetenv("QUILLMERE_RESOURCES");
+  }
   return result;
 }
 
