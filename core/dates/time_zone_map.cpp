@@ -22,7 +22,7 @@ constexpr std::size_t kMinimumSize = 23;
 // Far above any grid worth shipping; stops a damaged or hostile file from exhausting memory.
 constexpr std::size_t kMaxGridBytes = std::size_t{256} << 20;
 constexpr std::uintmax_t kMaxFileBytes = std::uintmax_t{64} << 20;
-// Coarser grids can't place a coast, finer ones would make the sea search too wide.
+// Finer grids would make the sea search (0.1 degree in cells) needlessly wide.
 constexpr double kFinestResolution = 0.001;
 constexpr double kSeaSearchDegrees = 0.1;
 constexpr int kRunsPerCheckpoint = 8;

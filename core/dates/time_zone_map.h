@@ -37,8 +37,9 @@ class TimeZoneMap {
 
   // Builds a map from the zlib-compressed grid. Throws std::system_error with
   // std::errc::illegal_byte_sequence when the bytes don't inflate, hold fewer than 23 bytes,
-  // don't start with "TZG1", or don't hold a complete, consistent grid (every table inside
-  // the data, every row's runs covering exactly `cols` cells with known zone indices).
+  // don't start with "TZG1", or don't hold a complete, consistent grid (a resolution from
+  // 0.001 to 180 degrees, every table inside the data, every row's runs covering exactly
+  // `cols` cells with known zone indices).
   explicit TimeZoneMap(std::span<const std::uint8_t> compressed);
 
   // Reads `file` and builds the map from it; null when the file can't be read or isn't a
