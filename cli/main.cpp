@@ -19,6 +19,8 @@ struct Command {
 constexpr Command kCommands[] = {
     {"list", "list every file of an export, optionally checking the download",
      quillmere::cli::runList},
+    {"zone", "print the time zone at a position, and its offset at an instant",
+     quillmere::cli::runZone},
 };
 
 void printUsage(std::FILE* out) {
