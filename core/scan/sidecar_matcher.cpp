@@ -12,6 +12,9 @@ constexpr std::string_view kSupplemental = ".supplemental-metadata";
 constexpr std::string_view kJSONExtension = ".json";
 constexpr std::size_t kMinimumCutStem = 40;  // characters of a JSON stem cut inside the name
 constexpr int kBestPossible = 100;
+// Each name's characters live in their own heap block; fetching a few names ahead keeps a scan
+// of a big folder from waiting on memory for every name.
+constexpr std::size_t kPrefetchDistance = 8;
 
 // A base name folded for comparison, with the part rule 70 compares.
 struct FoldedBase {
@@ -96,6 +99,9 @@ std::optional<std::size_t> bestIndex(std::span<const FoldedBase> bases,
                                      std::span<const Candidate> candidates) {
   BestCandidate best(bases, n);
   for (std::size_t i = 0; i < candidates.size(); ++i) {
+    if (i + kPrefetchDistance < candidates.size()) {
+      __builtin_prefetch(candidates[i + kPrefetchDistance].foldedStem.data());
+    }
     if (!best.accepts(candidates[i].n)) continue;
     if (!best.offer(i, candidates[i].foldedStem)) break;
   }
@@ -110,16 +116,25 @@ StrippedMarker splitJSONName(std::string_view name) {
   return stripDuplicateMarker(name);
 }
 
-// Takes every name apart again, folding each stem into one reused buffer: no allocation per
-// name for ASCII names.
+// Takes every name apart again, folding into one reused buffer only the stems that may match.
 std::optional<std::size_t> bestIndex(std::span<const FoldedBase> bases,
                                      std::optional<std::int64_t> n,
                                      std::span<const std::string> jsonNames) {
   BestCandidate best(bases, n);
   std::string folded;
   for (std::size_t i = 0; i < jsonNames.size(); ++i) {
+    if (i + kPrefetchDistance < jsonNames.size()) {
+      __builtin_prefetch(jsonNames[i + kPrefetchDistance].data());
+    }
     const StrippedMarker split = splitJSONName(jsonNames[i]);
     if (!best.accepts(split.n)) continue;
+    // Every rule needs the stem and a base to begin alike; most names of a folder part within
+    // their first characters, which is cheaper to see than to fold the whole name.
+    bool related = false;
+    for (const FoldedBase& base : bases) {
+      related = related || !UnicodeText::foldedPrefixesDiffer(split.text, base.text);
+    }
+    if (!related) continue;
     UnicodeText::lowercased(split.text, folded);
     if (!best.offer(i, folded)) break;
   }

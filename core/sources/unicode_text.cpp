@@ -2,6 +2,7 @@
 
 #include <utf8proc.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <vector>
@@ -146,13 +147,17 @@ std::string lowercased(std::string_view text) {
 }
 
 void lowercased(std::string_view text, std::string& out) {
-  out.clear();
-  if (isASCII(text)) {
-    // Most names are plain ASCII: no normalisation can change them.
-    out.resize(text.size());
-    for (std::size_t i = 0; i < text.size(); ++i) out[i] = asciiLower(text[i]);
-    return;
+  // Most names are plain ASCII, which no normalisation changes: lower-case it in one pass and
+  // start over only if a non-ASCII byte turns up.
+  out.resize(text.size());
+  unsigned char seen = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    seen |= c;
+    out[i] = asciiLower(static_cast<char>(c));
   }
+  if (seen < 0x80) return;
+  out.clear();
   std::size_t runStart = 0;
   std::size_t i = 0;
   while (i < text.size()) {
@@ -232,25 +237,47 @@ std::string_view lastGraphemes(std::string_view text, std::size_t count) {
 
 std::optional<std::string_view> suffixIgnoringCase(std::string_view text,
                                                    std::string_view foldedSuffix) {
-  // Fast path: an ASCII suffix against an ASCII tail that starts after an ASCII character needs
-  // no decoding; only a carriage return could join characters there.
+  // Fast path, from the end: while both sides are ASCII (other than a carriage return, which
+  // can join characters) each byte is a character that folds on its own, so the first
+  // difference settles it; a match needs an ASCII character before the tail to be complete.
   const std::size_t n = foldedSuffix.size();
-  if (n <= text.size() && isASCII(foldedSuffix) &&
-      foldedSuffix.find('\r') == std::string_view::npos) {
+  if (n <= text.size()) {
     const std::string_view tail = text.substr(text.size() - n);
-    const bool plainBoundary =
-        n == text.size() || (static_cast<unsigned char>(text[text.size() - n - 1]) < 0x80 &&
-                             text[text.size() - n - 1] != '\r');
-    if (plainBoundary && isASCII(tail)) {
-      for (std::size_t i = 0; i < n; ++i) {
-        if (asciiLower(tail[i]) != foldedSuffix[i]) return std::nullopt;
+    bool plain = true;
+    for (std::size_t i = n; i-- > 0;) {
+      const auto c = static_cast<unsigned char>(tail[i]);
+      const auto s = static_cast<unsigned char>(foldedSuffix[i]);
+      if (((c | s) & 0x80) != 0 || c == '\r' || s == '\r') {
+        plain = false;
+        break;
       }
-      return tail;
+      if (static_cast<unsigned char>(asciiLower(static_cast<char>(c))) != s) return std::nullopt;
+    }
+    if (plain) {
+      if (n == text.size()) return tail;
+      const auto before = static_cast<unsigned char>(text[text.size() - n - 1]);
+      if (before < 0x80 && before != '\r') return tail;
     }
   }
   const std::string_view tail = lastGraphemes(text, graphemeCount(foldedSuffix));
   if (lowercased(tail) != foldedSuffix) return std::nullopt;
   return tail;
+}
+
+bool foldedPrefixesDiffer(std::string_view text, std::string_view folded) {
+  const std::size_t common = std::min(text.size(), folded.size());
+  for (std::size_t i = 0; i < common; ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    const auto f = static_cast<unsigned char>(folded[i]);
+    if (c == f || (c >= 'A' && c <= 'Z' && c + ('a' - 'A') == f)) continue;
+    // Both sides are at an ASCII character, which starts a character of its own and folds to
+    // itself (lower-cased). What precedes it is the same text up to letter case on both sides,
+    // and folding never joins anything across an ASCII character, so the folded texts differ
+    // here, unless a combining mark after text[i] composes with it.
+    if (c >= 0x80 || f >= 0x80) return false;
+    return i + 1 == text.size() || static_cast<unsigned char>(text[i + 1]) < 0x80;
+  }
+  return false;
 }
 
 bool isBlank(std::string_view text) {

@@ -55,6 +55,13 @@ std::string_view lastGraphemes(std::string_view text, std::size_t count);
 std::optional<std::string_view> suffixIgnoringCase(std::string_view text,
                                                    std::string_view foldedSuffix);
 
+// A cheap early answer for comparing names: true only when lowercased(text) and `folded` (itself
+// a lowercased() result) certainly differ within their common length, so that neither begins
+// with the other. Compares bytes without decoding or allocating and answers false whenever it
+// cannot tell that way (a difference inside a non-ASCII character, or one a following
+// combining mark could change).
+bool foldedPrefixesDiffer(std::string_view text, std::string_view folded);
+
 // True when the text is empty or holds only white space and line breaks (Unicode separators,
 // tab, line feed, vertical tab, form feed, carriage return and next line). Ill-formed UTF-8 is
 // not blank.

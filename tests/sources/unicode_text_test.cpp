@@ -193,6 +193,42 @@ TEST(UnicodeTextTest, SuffixIgnoringCase) {
   }
 }
 
+TEST(UnicodeTextTest, FoldedPrefixesDiffer) {
+  struct Case {
+    std::string text;
+    std::string other;  // folded through lowercased() first
+    bool expected;
+  };
+  const std::vector<Case> cases = {
+      {"PXL_20190714_1830.JPG", "PXL_20190714_1831.jpg", true},
+      {"PXL_20190714_1830.JPG", "pxl_20190714_1830.jpg", false},  // equal once folded
+      {"IMG_1", "IMG_1.jpg", false},                              // a beginning: unsure
+      {"IMG_1.jpg", "IMG_1", false},
+      {"", "abc", false},
+      {"夏休み_101", "夏休み_102", true},
+      {"夏休み_101", "冬休み_101", false},  // differs inside a character: unsure
+      {"ÄRGER_1", "ärger_2", false},        // the case of "Ä" comes first: unsure
+      {"äRGER_1", "ärger_2", true},
+      {"ÄRGER_1", "ärger_1", false},
+      // The "e" here composes with the accent that follows: folding must decide.
+      {"cafe\xcc\x81", "café", false},
+      {"cafe\xcc\x81x", "cafex", false},
+      {"abc\xcc\x81", "abd", false},
+      {"\xe2\x84\xaa", "k", false},  // Kelvin sign folds to ASCII
+      {"\xff_1", "\xff_2", true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE("text " + c.text + " other " + c.other);
+    const std::string folded = UnicodeText::lowercased(c.other);
+    EXPECT_EQ(UnicodeText::foldedPrefixesDiffer(c.text, folded), c.expected);
+    if (c.expected) {
+      // Never a wrong "differ": the folded texts really part before either ends.
+      const std::string mine = UnicodeText::lowercased(c.text);
+      EXPECT_FALSE(mine.starts_with(folded) || folded.starts_with(mine));
+    }
+  }
+}
+
 TEST(UnicodeTextTest, IsBlank) {
   struct Case {
     std::string text;
