@@ -56,8 +56,8 @@ int checkFiles(const std::vector<SourceFilePtr>& files, bool quiet) {
   progress.finish();
   const std::size_t count = files.size();
   if (damaged == 0) {
-    std::fprintf(stderr, "Checked %zu %s (%s): all intact.\n", count,
-                 count == 1 ? "file" : "files", formatBytes(total).c_str());
+    std::fprintf(stderr, "Checked %zu %s (%s): all intact.\n", count, count == 1 ? "file" : "files",
+                 formatBytes(total).c_str());
     return kExitOk;
   }
   std::fprintf(stderr, "Checked %zu %s (%s): %d damaged.\n", count, count == 1 ? "file" : "files",
@@ -96,8 +96,8 @@ int runList(std::span<const std::string> args) {
     return kExitFailed;
   }
   for (const SourceFilePtr& file : files) {
-    std::printf("%s\t%lld\t%s\n", file->logicalPath().c_str(),
-                static_cast<long long>(file->size()), file->displayLocation().c_str());
+    std::printf("%s\t%lld\t%s\n", file->logicalPath().c_str(), static_cast<long long>(file->size()),
+                file->displayLocation().c_str());
   }
   std::fflush(stdout);
   return options.check ? checkFiles(files, options.quiet) : kExitOk;

@@ -28,9 +28,8 @@ void printUsage(std::FILE* out) {
       "it.\n\nCommands:\n",
       out);
   for (const Command& command : kCommands) {
-    std::fprintf(out, "  %-8.*s %.*s\n", static_cast<int>(command.name.size()),
-                 command.name.data(), static_cast<int>(command.summary.size()),
-                 command.summary.data());
+    std::fprintf(out, "  %-8.*s %.*s\n", static_cast<int>(command.name.size()), command.name.data(),
+                 static_cast<int>(command.summary.size()), command.summary.data());
   }
   std::fputs("\nRun 'quillmere-cli COMMAND --help' for a command's options.\n", out);
 }

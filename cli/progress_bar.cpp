@@ -66,10 +66,12 @@ void ProgressBar::update(const std::string& phase, std::int64_t done, std::int64
 std::string ProgressBar::render(std::int64_t done, std::int64_t total, Unit unit) const {
   std::string line = phase_;
   if (total > 0) {
-    const double fraction = std::clamp(static_cast<double>(done) / static_cast<double>(total), 0.0, 1.0);
+    const double fraction =
+        std::clamp(static_cast<double>(done) / static_cast<double>(total), 0.0, 1.0);
     if (terminal_) {
       const int filled = static_cast<int>(std::lround(fraction * kBarWidth));
-      line += " [" + std::string(filled, '#') + std::string(kBarWidth - filled, '-') + "]";
+      line.append(" [").append(static_cast<std::size_t>(filled), '#');
+      line.append(static_cast<std::size_t>(kBarWidth - filled), '-').append("]");
     }
     line += " " + formatCount(done, unit) + " of " + formatCount(total, unit);
   }

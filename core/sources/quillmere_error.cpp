@@ -17,8 +17,8 @@ QuillmereError QuillmereError::corruptZip(const std::string& zipName) {
 QuillmereError QuillmereError::unsupportedCompression(const std::string& entryPath,
                                                       std::uint16_t method) {
   return {Kind::unsupportedCompression, entryPath,
-          entryPath + " uses a compression method Quillmere can't read (" +
-              std::to_string(method) + ")."};
+          entryPath + " uses a compression method Quillmere can't read (" + std::to_string(method) +
+              ")."};
 }
 
 QuillmereError QuillmereError::checksumMismatch(const std::string& entryPath) {

@@ -17,9 +17,8 @@ bool isValidUTF8(std::span<const std::uint8_t> bytes) {
   std::size_t i = 0;
   while (i < bytes.size()) {
     utf8proc_int32_t codePoint;
-    const utf8proc_ssize_t n = utf8proc_iterate(bytes.data() + i,
-                                                static_cast<utf8proc_ssize_t>(bytes.size() - i),
-                                                &codePoint);
+    const utf8proc_ssize_t n = utf8proc_iterate(
+        bytes.data() + i, static_cast<utf8proc_ssize_t>(bytes.size() - i), &codePoint);
     if (n <= 0) return false;
     i += static_cast<std::size_t>(n);
   }
@@ -36,9 +35,8 @@ std::string repairUTF8(std::span<const std::uint8_t> bytes) {
   std::size_t i = 0;
   while (i < bytes.size()) {
     utf8proc_int32_t codePoint;
-    const utf8proc_ssize_t n = utf8proc_iterate(bytes.data() + i,
-                                                static_cast<utf8proc_ssize_t>(bytes.size() - i),
-                                                &codePoint);
+    const utf8proc_ssize_t n = utf8proc_iterate(
+        bytes.data() + i, static_cast<utf8proc_ssize_t>(bytes.size() - i), &codePoint);
     if (n <= 0) {
       appendCodePoint(out, 0xFFFD);
       ++i;  // resynchronise on the next byte

@@ -117,8 +117,8 @@ void ZipArchive::readInto(std::uint64_t offset, std::span<std::uint8_t> out) con
     if (offset > fileSize_ || offset + done > static_cast<std::uint64_t>(INT64_MAX)) {
       throw QuillmereError::corruptZip(name());
     }
-    const ssize_t n = ::pread(fd_, out.data() + done, out.size() - done,
-                              static_cast<off_t>(offset + done));
+    const ssize_t n =
+        ::pread(fd_, out.data() + done, out.size() - done, static_cast<off_t>(offset + done));
     if (n < 0) {
       if (errno == EINTR) continue;
       throw std::system_error(errno, std::generic_category(), "Couldn't read " + url_.string());
@@ -232,8 +232,8 @@ bool ZipArchive::extractStored(const Entry& entry, std::uint64_t dataStart, std:
   std::uint64_t remaining = entry.compressedSize;
   std::uint64_t offset = dataStart;
   while (remaining > 0) {
-    const std::span<std::uint8_t> chunk(buffer.data(),
-                                        static_cast<std::size_t>(std::min<std::uint64_t>(remaining, kChunk)));
+    const std::span<std::uint8_t> chunk(
+        buffer.data(), static_cast<std::size_t>(std::min<std::uint64_t>(remaining, kChunk)));
     readInto(offset, chunk);
     offset += chunk.size();
     remaining -= chunk.size();

@@ -91,7 +91,8 @@ Bytes ZipEntryFile::readAll() const {
 Bytes ZipEntryFile::readPrefix(std::size_t count) const {
   Bytes bytes;
   if (count == 0) return bytes;
-  bytes.reserve(static_cast<std::size_t>(std::min<std::uint64_t>({count, entry_.uncompressedSize, kMaxReserve})));
+  bytes.reserve(static_cast<std::size_t>(
+      std::min<std::uint64_t>({count, entry_.uncompressedSize, kMaxReserve})));
   archive_->extract(entry_, false, [&](std::span<const std::uint8_t> chunk) {
     const std::size_t take = std::min(chunk.size(), count - bytes.size());
     bytes.insert(bytes.end(), chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(take));

@@ -14,7 +14,9 @@ class ZipEntryFile final : public SourceFile {
  public:
   ZipEntryFile(std::shared_ptr<const ZipArchive> archive, ZipArchive::Entry entry,
                std::string logicalPath)
-      : archive_(std::move(archive)), entry_(std::move(entry)), logicalPath_(std::move(logicalPath)) {}
+      : archive_(std::move(archive)),
+        entry_(std::move(entry)),
+        logicalPath_(std::move(logicalPath)) {}
 
   const ZipArchive& archive() const { return *archive_; }
   const ZipArchive::Entry& entry() const { return entry_; }

@@ -128,8 +128,7 @@ Bytes deflateRaw(const Bytes& content, int level) {
   return out;
 }
 
-ZipBuilder& ZipBuilder::add(std::string_view name, std::string_view content,
-                            std::uint16_t method) {
+ZipBuilder& ZipBuilder::add(std::string_view name, std::string_view content, std::uint16_t method) {
   ZipEntrySpec spec;
   spec.name = toBytes(name);
   spec.content = toBytes(content);
@@ -223,7 +222,8 @@ std::uint32_t writeZeroEntryZip(const std::filesystem::path& path, std::string_v
 
 void writeFile(const std::filesystem::path& path, const Bytes& bytes) {
   std::ofstream file(path, std::ios::binary);
-  file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  file.write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
   if (!file) throw std::runtime_error("couldn't write " + path.string());
 }
 
