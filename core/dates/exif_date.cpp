@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "core/dates/horizontal_space.h"
+#include "core/dates/text_trimming.h"
 #include "core/dates/wall_clock.h"
 
 namespace quillmere::ExifDate {

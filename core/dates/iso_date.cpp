@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "core/dates/exif_date.h"
-#include "core/dates/horizontal_space.h"
+#include "core/dates/text_trimming.h"
 #include "core/dates/wall_clock.h"
 
 namespace quillmere::ISODate {

@@ -1,5 +1,5 @@
-#ifndef QUILLMERE_CORE_DATES_HORIZONTAL_SPACE_H_
-#define QUILLMERE_CORE_DATES_HORIZONTAL_SPACE_H_
+#ifndef QUILLMERE_CORE_DATES_TEXT_TRIMMING_H_
+#define QUILLMERE_CORE_DATES_TEXT_TRIMMING_H_
 
 #include <string_view>
 
@@ -10,6 +10,10 @@ namespace quillmere {
 // trimming stops at bytes that are not well-formed UTF-8. The result is a view into `text`.
 std::string_view trimHorizontalSpace(std::string_view text);
 
+// `text` without white space or line breaks at either end: everything trimHorizontalSpace
+// trims, plus LF, VT, FF, CR, NEL, U+2028 and U+2029.
+std::string_view trimWhiteSpaceAndLineBreaks(std::string_view text);
+
 }  // namespace quillmere
 
-#endif  // QUILLMERE_CORE_DATES_HORIZONTAL_SPACE_H_
+#endif  // QUILLMERE_CORE_DATES_TEXT_TRIMMING_H_
