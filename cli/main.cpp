@@ -19,6 +19,8 @@ struct Command {
 constexpr Command kCommands[] = {
     {"list", "list every file of an export, optionally checking the download",
      quillmere::cli::runList},
+    {"inspect", "show the dates, places, captions and sizes photos and movies carry",
+     quillmere::cli::runInspect},
 };
 
 void printUsage(std::FILE* out) {

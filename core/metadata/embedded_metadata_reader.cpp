@@ -145,6 +145,18 @@ EmbeddedMetadata fromMovie(const MovieProperties& movie) {
   return metadata;
 }
 
+std::optional<EmbeddedMetadata> read(const std::filesystem::path& file, MediaKind kind) {
+  switch (kind) {
+    case MediaKind::photo:
+      return readPhoto(file);
+    case MediaKind::video:
+      return readVideo(file);
+    case MediaKind::other:
+      return std::nullopt;
+  }
+  return std::nullopt;
+}
+
 std::optional<EmbeddedMetadata> readPhoto(const std::filesystem::path& file) {
   const std::optional<ImageProperties> properties = ImagePropertyReader::readFile(file);
   if (!properties) return std::nullopt;

@@ -10,6 +10,7 @@
 #include "core/metadata/embedded_metadata.h"
 #include "core/metadata/image_properties.h"
 #include "core/metadata/movie_properties.h"
+#include "core/scan/media_kind.h"
 
 namespace quillmere {
 
@@ -18,6 +19,10 @@ namespace quillmere {
 // and a whole result is absent only when the file cannot be opened as an image or movie at all.
 // Stateless; safe to call from several threads at once.
 namespace EmbeddedMetadataReader {
+
+// The file at `file` read as `kind` says: a photo with readPhoto, a video with readVideo; other
+// files are absent.
+std::optional<EmbeddedMetadata> read(const std::filesystem::path& file, MediaKind kind);
 
 // The photo at `file`; its type is told by its content, never by its extension.
 std::optional<EmbeddedMetadata> readPhoto(const std::filesystem::path& file);

@@ -88,18 +88,19 @@ std::optional<ImagePropertyValue> number(const Exiv2::Exifdatum& datum) {
   return *value;
 }
 
-// Degrees, minutes and seconds (as many as are given, up to three) as decimal degrees.
+// Degrees, minutes and seconds (as many as are given, up to three) as decimal degrees. Summed
+// in seconds and divided once, so 151 11 60 gives 151.2 and not 151.20000000000002.
 std::optional<ImagePropertyValue> degrees(const Exiv2::Exifdatum& datum) {
   const long count = std::min<long>(datum.count(), 3);
   if (count < 1) return std::nullopt;
-  double total = 0;
-  double unit = 1;
-  for (long i = 0; i < count; ++i, unit *= 60) {
+  double seconds = 0;
+  double unit = 3600;
+  for (long i = 0; i < count; ++i, unit /= 60) {
     const std::optional<double> part = component(datum, i);
     if (!part) return std::nullopt;
-    total += *part / unit;
+    seconds += *part * unit;
   }
-  return total;
+  return seconds / 3600;
 }
 
 void put(ImagePropertyDictionary& dictionary, const char* key,
