@@ -21,6 +21,8 @@ constexpr Command kCommands[] = {
      quillmere::cli::runList},
     {"zone", "print the time zone at a position, and its offset at an instant",
      quillmere::cli::runZone},
+    {"inspect", "show the dates, places, captions and sizes photos and movies carry",
+     quillmere::cli::runInspect},
 };
 
 void printUsage(std::FILE* out) {

@@ -2,8 +2,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "core/sources/unicode_text.h"
-
 namespace quillmere {
 
 const ExtensionSet& photoExtensions() {
@@ -25,7 +23,11 @@ MediaKind mediaKindOf(std::string_view fileName) {
   if (slash != std::string_view::npos) fileName.remove_prefix(slash + 1);
   const std::size_t dot = fileName.rfind('.');
   if (dot == std::string_view::npos) return MediaKind::other;
-  const std::string extension = UnicodeText::lowercased(fileName.substr(dot + 1));
+  // Every known extension is ASCII, so folding ASCII letters is enough to compare.
+  std::string extension(fileName.substr(dot + 1));
+  for (char& c : extension) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
   if (photoExtensions().contains(extension)) return MediaKind::photo;
   if (videoExtensions().contains(extension)) return MediaKind::video;
   // Motion-photo movies split out of Google's "MVIMG"/"PXL" stills.

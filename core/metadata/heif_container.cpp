@@ -1,0 +1,374 @@
+#include "core/metadata/heif_container.h"
+
+#include <map>
+#include <vector>
+
+namespace quillmere::HeifContainer {
+namespace {
+
+constexpr std::uint64_t kMaxMetaBox = 16 << 20;
+constexpr std::uint64_t kMaxItem = 16 << 20;
+constexpr int kMaxTopLevelBoxes = 64;
+
+constexpr std::uint32_t fourCC(const char (&code)[5]) {
+  return static_cast<std::uint32_t>(static_cast<unsigned char>(code[0])) << 24 |
+         static_cast<std::uint32_t>(static_cast<unsigned char>(code[1])) << 16 |
+         static_cast<std::uint32_t>(static_cast<unsigned char>(code[2])) << 8 |
+         static_cast<std::uint32_t>(static_cast<unsigned char>(code[3]));
+}
+
+// A big-endian cursor over untrusted bytes: every read checks the bounds and a failed read
+// leaves the cursor failed, so a parser can read a run of fields and test once.
+class Cursor {
+ public:
+  explicit Cursor(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
+
+  bool ok() const { return ok_; }
+  std::size_t position() const { return position_; }
+  std::size_t remaining() const { return ok_ ? bytes_.size() - position_ : 0; }
+
+  std::uint64_t uint(int width) {
+    if (!ok_ || width < 0 || width > 8 || remaining() < static_cast<std::size_t>(width)) {
+      ok_ = false;
+      return 0;
+    }
+    std::uint64_t value = 0;
+    for (int i = 0; i < width; ++i) value = value << 8 | bytes_[position_++];
+    return value;
+  }
+  std::uint8_t u8() { return static_cast<std::uint8_t>(uint(1)); }
+  std::uint16_t u16() { return static_cast<std::uint16_t>(uint(2)); }
+  std::uint32_t u32() { return static_cast<std::uint32_t>(uint(4)); }
+  void skip(std::size_t count) {
+    if (remaining() < count) ok_ = false;
+    if (ok_) position_ += count;
+  }
+  // A NUL-terminated string; the NUL is consumed. A missing NUL fails the cursor.
+  std::string string() {
+    std::string text;
+    while (ok_ && remaining() > 0) {
+      const char c = static_cast<char>(bytes_[position_++]);
+      if (c == '\0') return text;
+      text += c;
+    }
+    ok_ = false;
+    return text;
+  }
+  std::span<const std::uint8_t> take(std::size_t count) {
+    if (remaining() < count) {
+      ok_ = false;
+      return {};
+    }
+    const std::span<const std::uint8_t> part = bytes_.subspan(position_, count);
+    position_ += count;
+    return part;
+  }
+
+ private:
+  std::span<const std::uint8_t> bytes_;
+  std::size_t position_ = 0;
+  bool ok_ = true;
+};
+
+struct Box {
+  std::uint32_t type = 0;
+  std::span<const std::uint8_t> payload;
+};
+
+// The boxes laid end to end in `bytes`; stops at the first malformed header.
+std::vector<Box> childBoxes(std::span<const std::uint8_t> bytes) {
+  std::vector<Box> boxes;
+  Cursor cursor(bytes);
+  while (cursor.remaining() >= 8) {
+    const std::size_t start = cursor.position();
+    std::uint64_t size = cursor.u32();
+    const std::uint32_t type = cursor.u32();
+    if (size == 1) size = cursor.uint(8);
+    if (size == 0) size = bytes.size() - start;  // to the end of the parent
+    const std::size_t header = cursor.position() - start;
+    if (!cursor.ok() || size < header || size - header > cursor.remaining()) break;
+    boxes.push_back({type, cursor.take(static_cast<std::size_t>(size - header))});
+  }
+  return boxes;
+}
+
+struct Extent {
+  std::uint64_t offset = 0;
+  std::uint64_t length = 0;  // 0: to the end of the file (or of 'idat')
+};
+
+struct Location {
+  int constructionMethod = 0;  // 0: file offsets, 1: offsets in 'idat'
+  std::uint64_t baseOffset = 0;
+  std::vector<Extent> extents;
+};
+
+struct Meta {
+  bool pictureHandler = false;
+  std::optional<std::uint32_t> primary;
+  std::map<std::uint32_t, Location> locations;
+  std::optional<std::uint32_t> exifItem;
+  std::optional<std::uint32_t> xmpItem;
+  std::vector<Box> properties;                                       // 'ipco', indexed from 1
+  std::map<std::uint32_t, std::vector<std::uint16_t>> associations;  // 'ipma'
+  std::span<const std::uint8_t> itemData;                            // 'idat'
+};
+
+void readHandler(std::span<const std::uint8_t> payload, Meta& meta) {
+  Cursor cursor(payload);
+  cursor.skip(8);  // version and flags, pre_defined
+  meta.pictureHandler = cursor.u32() == fourCC("pict") && cursor.ok();
+}
+
+void readPrimaryItem(std::span<const std::uint8_t> payload, Meta& meta) {
+  Cursor cursor(payload);
+  const std::uint8_t version = cursor.u8();
+  cursor.skip(3);
+  const std::uint32_t item = version == 0 ? cursor.u16() : cursor.u32();
+  if (cursor.ok()) meta.primary = item;
+}
+
+void readItemLocations(std::span<const std::uint8_t> payload, Meta& meta) {
+  Cursor cursor(payload);
+  const std::uint8_t version = cursor.u8();
+  cursor.skip(3);
+  if (version > 2) return;
+  const std::uint8_t sizes = cursor.u8();
+  const std::uint8_t moreSizes = cursor.u8();
+  const int offsetSize = sizes >> 4;
+  const int lengthSize = sizes & 0x0F;
+  const int baseOffsetSize = moreSizes >> 4;
+  const int indexSize = version >= 1 ? moreSizes & 0x0F : 0;
+  const std::uint32_t count = version < 2 ? cursor.u16() : cursor.u32();
+  for (std::uint32_t i = 0; i < count && cursor.ok(); ++i) {
+    const std::uint32_t item = version < 2 ? cursor.u16() : cursor.u32();
+    Location location;
+    if (version >= 1) location.constructionMethod = cursor.u16() & 0x0F;
+    cursor.skip(2);  // data_reference_index
+    location.baseOffset = cursor.uint(baseOffsetSize);
+    const std::uint16_t extents = cursor.u16();
+    for (std::uint16_t e = 0; e < extents && cursor.ok(); ++e) {
+      cursor.uint(indexSize);
+      Extent extent;
+      extent.offset = cursor.uint(offsetSize);
+      extent.length = cursor.uint(lengthSize);
+      location.extents.push_back(extent);
+    }
+    if (cursor.ok()) meta.locations.emplace(item, std::move(location));
+  }
+}
+
+void readItemInfos(std::span<const std::uint8_t> payload, Meta& meta) {
+  Cursor cursor(payload);
+  const std::uint8_t version = cursor.u8();
+  cursor.skip(3);
+  cursor.skip(version == 0 ? 2 : 4);  // entry_count: the boxes themselves say how many
+  if (!cursor.ok()) return;
+  for (const Box& box : childBoxes(payload.subspan(cursor.position()))) {
+    if (box.type != fourCC("infe")) continue;
+    Cursor entry(box.payload);
+    const std::uint8_t entryVersion = entry.u8();
+    entry.skip(3);
+    if (entryVersion < 2) continue;  // no item types before version 2
+    const std::uint32_t item = entryVersion == 2 ? entry.u16() : entry.u32();
+    entry.skip(2);  // item_protection_index
+    const std::uint32_t type = entry.u32();
+    entry.string();  // item_name
+    if (!entry.ok()) continue;
+    if (type == fourCC("Exif") && !meta.exifItem) meta.exifItem = item;
+    if (type == fourCC("mime") && !meta.xmpItem && entry.string() == "application/rdf+xml" &&
+        entry.ok()) {
+      meta.xmpItem = item;
+    }
+  }
+}
+
+void readItemProperties(std::span<const std::uint8_t> payload, Meta& meta) {
+  for (const Box& box : childBoxes(payload)) {
+    if (box.type == fourCC("ipco")) {
+      meta.properties = childBoxes(box.payload);
+    } else if (box.type == fourCC("ipma")) {
+      Cursor cursor(box.payload);
+      const std::uint8_t version = cursor.u8();
+      const std::uint32_t flags = static_cast<std::uint32_t>(cursor.uint(3));
+      const std::uint32_t count = cursor.u32();
+      for (std::uint32_t i = 0; i < count && cursor.ok(); ++i) {
+        const std::uint32_t item = version < 1 ? cursor.u16() : cursor.u32();
+        const std::uint8_t associations = cursor.u8();
+        std::vector<std::uint16_t> indices;
+        for (int a = 0; a < associations && cursor.ok(); ++a) {
+          indices.push_back((flags & 1) != 0 ? cursor.u16() & 0x7FFF : cursor.u8() & 0x7F);
+        }
+        if (cursor.ok()) meta.associations.emplace(item, std::move(indices));
+      }
+    }
+  }
+}
+
+Meta readMeta(std::span<const std::uint8_t> payload) {
+  Meta meta;
+  if (payload.size() < 4) return meta;
+  for (const Box& box : childBoxes(payload.subspan(4))) {  // after version and flags
+    switch (box.type) {
+      case fourCC("hdlr"):
+        readHandler(box.payload, meta);
+        break;
+      case fourCC("pitm"):
+        readPrimaryItem(box.payload, meta);
+        break;
+      case fourCC("iloc"):
+        readItemLocations(box.payload, meta);
+        break;
+      case fourCC("iinf"):
+        readItemInfos(box.payload, meta);
+        break;
+      case fourCC("iprp"):
+        readItemProperties(box.payload, meta);
+        break;
+      case fourCC("idat"):
+        meta.itemData = box.payload;
+        break;
+      default:
+        break;
+    }
+  }
+  return meta;
+}
+
+// The item's bytes, its extents joined; absent when any part is missing or it is too large.
+std::optional<Bytes> itemBytes(const RandomAccessBytes& bytes, const Meta& meta,
+                               std::uint32_t item) {
+  const auto found = meta.locations.find(item);
+  if (found == meta.locations.end()) return std::nullopt;
+  const Location& location = found->second;
+  if (location.constructionMethod > 1) return std::nullopt;
+  const std::uint64_t total =
+      location.constructionMethod == 0 ? bytes.size() : meta.itemData.size();
+  Bytes data;
+  for (const Extent& extent : location.extents) {
+    const std::uint64_t start = location.baseOffset + extent.offset;
+    if (start < location.baseOffset || start > total) return std::nullopt;  // overflow or outside
+    const std::uint64_t length = extent.length == 0 ? total - start : extent.length;
+    if (length > total - start || length > kMaxItem - data.size()) return std::nullopt;
+    if (location.constructionMethod == 0) {
+      const std::optional<Bytes> part = bytes.read(start, static_cast<std::size_t>(length));
+      if (!part) return std::nullopt;
+      data.insert(data.end(), part->begin(), part->end());
+    } else {
+      const auto part =
+          meta.itemData.subspan(static_cast<std::size_t>(start), static_cast<std::size_t>(length));
+      data.insert(data.end(), part.begin(), part.end());
+    }
+  }
+  return data;
+}
+
+// An Exif item starts with the offset of its TIFF header, counted after that field (ISO/IEC
+// 23008-12 A.2.1); the bytes skipped are usually "Exif\0\0".
+std::optional<Bytes> tiffOfExifItem(const Bytes& item) {
+  Cursor cursor(item);
+  const std::uint32_t headerOffset = cursor.u32();
+  if (!cursor.ok() || headerOffset > cursor.remaining()) return std::nullopt;
+  return Bytes(item.begin() + 4 + headerOffset, item.end());
+}
+
+void readPrimarySize(const Meta& meta, Contents& contents) {
+  if (!meta.primary) return;
+  const auto found = meta.associations.find(*meta.primary);
+  if (found == meta.associations.end()) return;
+  for (const std::uint16_t index : found->second) {
+    if (index == 0 || index > meta.properties.size()) continue;
+    const Box& property = meta.properties[index - 1];
+    if (property.type != fourCC("ispe")) continue;
+    Cursor cursor(property.payload);
+    cursor.skip(4);
+    const std::uint32_t width = cursor.u32();
+    const std::uint32_t height = cursor.u32();
+    if (!cursor.ok()) return;
+    contents.pixelWidth = width;
+    contents.pixelHeight = height;
+    return;
+  }
+}
+
+bool isStillImageBrand(std::uint32_t brand) {
+  switch (brand) {
+    case fourCC("mif1"):
+    case fourCC("mif2"):
+    case fourCC("msf1"):
+    case fourCC("heic"):
+    case fourCC("heix"):
+    case fourCC("heim"):
+    case fourCC("heis"):
+    case fourCC("hevc"):
+    case fourCC("hevx"):
+    case fourCC("avif"):
+    case fourCC("avis"):
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+bool isHeif(std::span<const std::uint8_t> head) {
+  Cursor cursor(head);
+  const std::uint32_t size = cursor.u32();
+  if (cursor.u32() != fourCC("ftyp") || !cursor.ok() || size < 16) return false;
+  const std::span<const std::uint8_t> brands =
+      head.subspan(8, std::min<std::size_t>(size, head.size()) - 8);
+  Cursor brandCursor(brands);
+  const std::uint32_t major = brandCursor.u32();
+  brandCursor.skip(4);  // minor_version
+  if (!brandCursor.ok()) return false;
+  if (isStillImageBrand(major)) return true;
+  while (brandCursor.remaining() >= 4) {
+    if (isStillImageBrand(brandCursor.u32())) return true;
+  }
+  return false;
+}
+
+std::optional<Contents> read(const RandomAccessBytes& bytes) {
+  std::uint64_t offset = 0;
+  for (int box = 0; box < kMaxTopLevelBoxes && offset < bytes.size(); ++box) {
+    const std::optional<Bytes> header =
+        bytes.read(offset, std::min<std::uint64_t>(16, bytes.size() - offset));
+    if (!header || header->size() < 8) return std::nullopt;
+    Cursor cursor(*header);
+    std::uint64_t size = cursor.u32();
+    const std::uint32_t type = cursor.u32();
+    if (size == 1) size = cursor.uint(8);
+    if (size == 0) size = bytes.size() - offset;
+    const std::uint64_t headerSize = cursor.position();
+    if (!cursor.ok() || size < headerSize || size > bytes.size() - offset) {
+      // A box cut off by the end of a prefix: only 'meta' matters, and it is not here.
+      return std::nullopt;
+    }
+    if (type == fourCC("meta")) {
+      if (size - headerSize > kMaxMetaBox) return std::nullopt;
+      const std::optional<Bytes> payload =
+          bytes.read(offset + headerSize, static_cast<std::size_t>(size - headerSize));
+      if (!payload) return std::nullopt;
+      const Meta meta = readMeta(*payload);
+      if (!meta.pictureHandler) return std::nullopt;
+      Contents contents;
+      readPrimarySize(meta, contents);
+      if (meta.exifItem) {
+        if (const std::optional<Bytes> item = itemBytes(bytes, meta, *meta.exifItem)) {
+          contents.exif = tiffOfExifItem(*item);
+        }
+      }
+      if (meta.xmpItem) {
+        if (const std::optional<Bytes> item = itemBytes(bytes, meta, *meta.xmpItem)) {
+          contents.xmp = std::string(item->begin(), item->end());
+        }
+      }
+      return contents;
+    }
+    offset += size;
+  }
+  return std::nullopt;
+}
+
+}  // namespace quillmere::HeifContainer
