@@ -1,13 +1,17 @@
 #ifndef QUILLMERE_CORE_SCAN_MEDIA_UNIT_H_
 #define QUILLMERE_CORE_SCAN_MEDIA_UNIT_H_
 
+#include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include "core/scan/raw_value.h"
 
 namespace quillmere {
+
+class MediaFile;
 
 // One item as the user thinks of it: a single photo, a Live Photo, a motion photo, or an edited
 // photo with its original.
@@ -20,6 +24,12 @@ struct MediaUnit {
     motionPhoto,         // a Google motion photo ("MVIMG"/"PXL") split into still and movie
     editedWithOriginal,  // files of one base name without both a still and a movie
   };
+
+  int id = 0;  // position in the result's unit list
+  Kind kind = Kind::single;
+  std::vector<std::shared_ptr<MediaFile>> files;  // at least one, in export order
+
+  bool operator==(const MediaUnit&) const = default;  // files compare by identity
 };
 
 std::string_view rawValue(MediaUnit::Kind kind);

@@ -291,4 +291,34 @@ bool isBlank(std::string_view text) {
   return true;
 }
 
+std::vector<std::string> wordRuns(std::string_view text, std::string_view alsoAllowed) {
+  std::vector<std::string> runs;
+  std::string current;
+  std::size_t i = 0;
+  while (i < text.size()) {
+    utf8proc_int32_t codePoint;
+    const utf8proc_ssize_t n =
+        utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data() + i),
+                         static_cast<utf8proc_ssize_t>(text.size() - i), &codePoint);
+    bool inWord = false;
+    if (n > 0) {
+      const utf8proc_category_t category = utf8proc_category(codePoint);
+      inWord = (category >= UTF8PROC_CATEGORY_LU && category <= UTF8PROC_CATEGORY_LO) ||
+               category == UTF8PROC_CATEGORY_ND ||
+               (codePoint < 0x80 && alsoAllowed.find(static_cast<char>(codePoint)) !=
+                                        std::string_view::npos);
+    }
+    const std::size_t length = n > 0 ? static_cast<std::size_t>(n) : 1;
+    if (inWord) {
+      current.append(text.substr(i, length));
+    } else if (!current.empty()) {
+      runs.push_back(std::move(current));
+      current.clear();
+    }
+    i += length;
+  }
+  if (!current.empty()) runs.push_back(std::move(current));
+  return runs;
+}
+
 }  // namespace quillmere::UnicodeText

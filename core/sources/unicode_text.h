@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace quillmere {
 
@@ -66,6 +67,10 @@ bool foldedPrefixesDiffer(std::string_view text, std::string_view folded);
 // tab, line feed, vertical tab, form feed, carriage return and next line). Ill-formed UTF-8 is
 // not blank.
 bool isBlank(std::string_view text);
+
+// The maximal runs of letters, decimal digits and the ASCII characters of `alsoAllowed`, in
+// order. Ill-formed bytes end a run.
+std::vector<std::string> wordRuns(std::string_view text, std::string_view alsoAllowed = {});
 
 }  // namespace UnicodeText
 }  // namespace quillmere
