@@ -56,8 +56,20 @@ Bytes FolderFile::readAll() const {
 
 Bytes FolderFile::readPrefix(std::size_t count) const {
   ReadDescriptor file(url_);
-  Bytes bytes(count);
-  bytes.resize(file.read(bytes, url_));
+  Bytes bytes;
+  // Sized to the file, not to `count`: scans ask for a mebibyte of files far smaller. One byte
+  // more than the listed size ends the loop at once unless the file has grown since.
+  std::size_t step =
+      std::min(count, static_cast<std::size_t>(std::max<std::int64_t>(size_, 0)) + 1);
+  while (bytes.size() < count) {
+    const std::size_t before = bytes.size();
+    const std::size_t want = std::min(step, count - before);
+    bytes.resize(before + want);
+    const std::size_t got = file.read(std::span(bytes).subspan(before), url_);
+    bytes.resize(before + got);
+    if (got < want) break;
+    step = kChunk;
+  }
   return bytes;
 }
 

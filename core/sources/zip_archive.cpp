@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <memory>
 #include <system_error>
 
 #include "core/sources/quillmere_error.h"
@@ -26,6 +27,16 @@ constexpr std::uint64_t kCentralRecordSize = 46;
 constexpr std::uint64_t kLocalHeaderSize = 30;
 constexpr std::size_t kChunk = 1 << 20;
 constexpr std::uint32_t kMax32 = 0xFFFFFFFF;
+constexpr std::size_t kMinOutput = 64 << 10;
+
+// A scratch buffer that is not zeroed first: most entries are small, and clearing a whole
+// mebibyte for each of them would cost more than reading them.
+struct Scratch {
+  explicit Scratch(std::size_t size)
+      : data(std::make_unique_for_overwrite<std::uint8_t[]>(size)), size(size) {}
+  std::unique_ptr<std::uint8_t[]> data;
+  std::size_t size;
+};
 
 struct DirectoryLocation {
   std::uint64_t count = 0;
@@ -248,29 +259,33 @@ bool ZipArchive::extractDeflated(const Entry& entry, std::uint64_t dataStart, st
   InflateStream inflater;
   if (!inflater.ok()) throw QuillmereError::corruptZip(name());
   z_stream* stream = inflater.get();
-  Bytes input(static_cast<std::size_t>(std::min<std::uint64_t>(entry.compressedSize, kChunk)));
-  Bytes output(kChunk);
+  const Scratch input(
+      static_cast<std::size_t>(std::min<std::uint64_t>(entry.compressedSize, kChunk)));
+  // Sized to the entry when it is small; the directory's size is only a hint here, a longer
+  // stream simply takes more rounds.
+  const Scratch output(static_cast<std::size_t>(
+      std::clamp<std::uint64_t>(entry.uncompressedSize, kMinOutput, kChunk)));
   std::uint64_t remaining = entry.compressedSize;
   std::uint64_t offset = dataStart;
   for (;;) {
     if (stream->avail_in == 0) {
       if (remaining == 0) throw QuillmereError::corruptZip(name());  // stream cut short
       const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(remaining, kChunk));
-      readInto(offset, std::span(input.data(), n));
+      readInto(offset, std::span(input.data.get(), n));
       offset += n;
       remaining -= n;
-      stream->next_in = input.data();
+      stream->next_in = input.data.get();
       stream->avail_in = static_cast<uInt>(n);
     }
-    stream->next_out = output.data();
-    stream->avail_out = static_cast<uInt>(output.size());
+    stream->next_out = output.data.get();
+    stream->avail_out = static_cast<uInt>(output.size);
     const int status = inflate(stream, Z_NO_FLUSH);
-    const std::size_t produced = output.size() - stream->avail_out;
+    const std::size_t produced = output.size - stream->avail_out;
     if (status != Z_OK && status != Z_STREAM_END && status != Z_BUF_ERROR) {
       throw QuillmereError::corruptZip(name());
     }
     if (produced > 0) {
-      const std::span<const std::uint8_t> chunk(output.data(), produced);
+      const std::span<const std::uint8_t> chunk(output.data.get(), produced);
       crc = zipCrc32(crc, chunk);
       if (!sink(chunk)) return false;
     }

@@ -206,3 +206,30 @@ TEST(ZipEntryFileTest, ContentLongerThanTheDirectorySaysIsDamage) {
 
 }  // namespace
 }  // namespace quillmere
+
+namespace quillmere {
+namespace {
+
+TEST(FolderFileTest, PrefixReadsFollowTheFileNotItsListedSize) {
+  testing::TempDir dir;
+  const Bytes content(3 << 20, 'x');
+  testing::writeFile(dir / "grown.jpg", content);
+  const struct {
+    std::int64_t listedSize;
+    std::size_t count;
+    std::size_t expected;
+  } cases[] = {
+      {10, 5, 5},                      // listed larger than asked
+      {10, 2 << 20, 2 << 20},          // grown since listing
+      {3 << 20, 5 << 20, 3 << 20},     // asked for more than there is
+      {0, 1 << 20, 1 << 20},           // size unknown when listed
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.count);
+    const FolderFile file(dir / "grown.jpg", "grown.jpg", c.listedSize);
+    EXPECT_EQ(file.readPrefix(c.count).size(), c.expected);
+  }
+}
+
+}  // namespace
+}  // namespace quillmere
