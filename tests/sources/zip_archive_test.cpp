@@ -75,6 +75,23 @@ void put32(Bytes& bytes, std::uint64_t at, std::uint32_t value) {
   for (int i = 0; i < 4; ++i) bytes[at + i] = static_cast<std::uint8_t>(value >> (8 * i));
 }
 
+struct Damage {
+  const char* name;
+  std::function<void(Bytes&)> damage;
+};
+
+// Each damaged copy of `good` must fail to open as a damaged zip.
+void expectEachDamageIsCorrupt(const Bytes& good, std::span<const Damage> cases) {
+  TempDir dir;
+  for (const Damage& c : cases) {
+    SCOPED_TRACE(c.name);
+    Bytes bad = good;
+    c.damage(bad);
+    testing::writeFile(dir / "bad.zip", bad);
+    EXPECT_EQ(errorKindOf([&] { ZipArchive zip(dir / "bad.zip"); }), Kind::corruptZip);
+  }
+}
+
 TEST(QuillmereErrorTest, MessagesAreExact) {
   const struct {
     QuillmereError error;
@@ -214,49 +231,29 @@ TEST(ZipArchiveTest, ReadsZip64CountsSizesAndOffsets) {
 }
 
 TEST(ZipArchiveTest, RejectsLyingZip64Records) {
-  TempDir dir;
   const Bytes good = ZipBuilder().add("a", "b").zip64Directory().build();
   const std::uint64_t locator = findLast(good, 0x07064b50);
   const std::uint64_t record = findLast(good, 0x06064b50);
-  const struct {
-    const char* name;
-    std::function<void(Bytes&)> damage;
-  } cases[] = {
+  const Damage cases[] = {
       {"locator signature", [&](Bytes& b) { put32(b, locator, 0); }},
       {"record signature", [&](Bytes& b) { put32(b, record, 0); }},
       {"record beyond the file", [&](Bytes& b) { put32(b, locator + 8, 0x7FFFFFF0); }},
       {"directory beyond the file", [&](Bytes& b) { put32(b, record + 48, 0x7FFFFFF0); }},
       {"count beyond the records", [&](Bytes& b) { put32(b, record + 32, 2); }},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    Bytes bad = good;
-    c.damage(bad);
-    testing::writeFile(dir / "bad.zip", bad);
-    EXPECT_EQ(errorKindOf([&] { ZipArchive zip(dir / "bad.zip"); }), Kind::corruptZip);
-  }
+  expectEachDamageIsCorrupt(good, cases);
 }
 
 TEST(ZipArchiveTest, RejectsDamagedCentralDirectories) {
-  TempDir dir;
   const Bytes good = ZipBuilder().add("a.txt", "hello").add("b.txt", "world").build();
   const std::uint64_t directory = findLast(good, 0x02014b50);  // the second record
-  const struct {
-    const char* name;
-    std::function<void(Bytes&)> damage;
-  } cases[] = {
+  const Damage cases[] = {
       {"record signature", [&](Bytes& b) { put32(b, directory, 0x12345678); }},
       {"name runs past the directory", [&](Bytes& b) { b[directory + 28] = 0xFF; }},
       {"extra runs past the directory", [&](Bytes& b) { b[directory + 31] = 0x40; }},
       {"comment runs past the directory", [&](Bytes& b) { b[directory + 33] = 0x40; }},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    Bytes bad = good;
-    c.damage(bad);
-    testing::writeFile(dir / "bad.zip", bad);
-    EXPECT_EQ(errorKindOf([&] { ZipArchive zip(dir / "bad.zip"); }), Kind::corruptZip);
-  }
+  expectEachDamageIsCorrupt(good, cases);
 }
 
 TEST(ZipArchiveTest, TruncatedPartsFailWithTheRightMessage) {
