@@ -249,6 +249,34 @@ TEST_F(TakeoutScanTest, FailsWhenACopyCannotBeReadForComparison) {
   EXPECT_THROW(ExportScanner::scan({dir_ / "part.zip"}), QuillmereError);
 }
 
+TEST_F(TakeoutScanTest, SurvivesHostileInput) {
+  const std::string f = kRoot + "Photos from 2023/";
+  ExportTree tree;
+  tree.text(f + "bomb.json", std::string(200'000, '[') + std::string(200'000, ']'))
+      .text(f + "wide.json", "[" + std::string(4'000'000, '1').insert(1, ",") + "]")
+      .text(f + "nul.json",
+            [] {
+              static constexpr char kNul[] = "{\"title\": \"x\"}\0garbage";
+              return std::string(kNul, sizeof kNul - 1);
+            }())
+      .photo(f + "\u5199\u771f.jpg")  // Japanese
+      .json(f + "\u5199\u771f.jpg.json", takeoutSidecar("\u5199\u771f.jpg", 1.6e9))
+      .photo(f + "\u0635\u0648\u0631\u0629.jpg", "plain.jpg", "ar")  // Arabic
+      .text(f + "not-a-photo.jpg", "plain text with a photo's name")
+      .text(f + "\xff\xfe broken name.jpg", "bytes that are not UTF-8");
+  for (int i = 0; i < 1500; ++i)
+    tree.text(kRoot + "Big/v" + std::to_string(i) + ".mp4", std::to_string(i));
+  ExportTree().photo("Takeout/Google Photos/Nested/inner.jpg").writeZip(dir_ / "inner.zip");
+  tree.file("Takeout/inner.zip", testing::readFile(dir_ / "inner.zip"));
+  std::filesystem::create_directories(dir_ / "export/Takeout/Google Photos/Empty");
+  const ScanResultPtr result = scanFolder(tree);
+  EXPECT_EQ(result->summary.unreadableJSON, 3);
+  EXPECT_EQ(result->summary.mediaFiles, 1505);
+  EXPECT_TRUE(byName(*result, "\u5199\u771f.jpg").sidecar.has_value());
+  EXPECT_FALSE(byName(*result, "not-a-photo.jpg").embedded.has_value());
+  EXPECT_EQ(byName(*result, "inner.jpg").albums, std::vector<std::string>{"Nested"});
+}
+
 TEST_F(TakeoutScanTest, AnEmptyExportIsAnEmptyTakeoutResult) {
   std::filesystem::create_directories(dir_ / "empty");
   const ScanResultPtr result = ExportScanner::scan({dir_ / "empty", dir_ / "missing"});
