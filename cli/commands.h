@@ -13,6 +13,8 @@ inline constexpr int kExitFailed = 2;   // run-level failure or bad usage
 
 // Each subcommand receives the arguments after its own name.
 int runList(std::span<const std::string> args);
+int runScan(std::span<const std::string> args);
+int runZone(std::span<const std::string> args);
 int runInspect(std::span<const std::string> args);
 
 }  // namespace quillmere::cli

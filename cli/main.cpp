@@ -19,6 +19,9 @@ struct Command {
 constexpr Command kCommands[] = {
     {"list", "list every file of an export, optionally checking the download",
      quillmere::cli::runList},
+    {"scan", "scan an export and tell what can be fixed", quillmere::cli::runScan},
+    {"zone", "print the time zone at a position, and its offset at an instant",
+     quillmere::cli::runZone},
     {"inspect", "show the dates, places, captions and sizes photos and movies carry",
      quillmere::cli::runInspect},
 };

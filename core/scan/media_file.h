@@ -1,0 +1,47 @@
+#ifndef QUILLMERE_CORE_SCAN_MEDIA_FILE_H_
+#define QUILLMERE_CORE_SCAN_MEDIA_FILE_H_
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/metadata/embedded_metadata.h"
+#include "core/scan/media_kind.h"
+#include "core/scan/takeout_sidecar.h"
+#include "core/sources/source_file.h"
+
+namespace quillmere {
+
+// One distinct photo or video of an export. Shared by identity between the scan result's file
+// list, its unit and the album map; the scanners and the repair engine update the mutable
+// fields in place, from one thread at a time.
+class MediaFile {
+ public:
+  MediaFile(int id, SourceFilePtr source, MediaKind kind)
+      : id(id), source(std::move(source)), kind(kind), outputName(this->source->fileName()) {}
+  MediaFile(const MediaFile&) = delete;
+  MediaFile& operator=(const MediaFile&) = delete;
+
+  const int id;                // position in the result's file list
+  const SourceFilePtr source;  // the first copy found: the one read and repaired
+  const MediaKind kind;
+
+  std::vector<SourceFilePtr> duplicates;  // further copies of the same content, in order found
+  std::optional<TakeoutSidecar> sidecar;  // the service's metadata for this file
+  std::optional<std::string> sidecarName;
+  std::vector<std::string> albums;           // no repeats, in the order first seen
+  std::vector<std::string> specialFolders;   // trash, archive, …; no repeats
+  std::optional<EmbeddedMetadata> embedded;  // what the file itself carries
+  SourceFilePtr overlay;                     // Snapchat caption/sticker image; null when none
+  std::string outputName;                    // the name the repaired copy should get
+  std::optional<std::string> matchNote;      // Snapchat: how the file met the history
+
+  std::string fileName() const { return source->fileName(); }
+};
+
+using MediaFilePtr = std::shared_ptr<MediaFile>;
+
+}  // namespace quillmere
+
+#endif  // QUILLMERE_CORE_SCAN_MEDIA_FILE_H_

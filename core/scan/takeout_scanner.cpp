@@ -1,0 +1,267 @@
+#include "core/scan/takeout_scanner.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <unordered_map>
+
+#include "core/scan/content_hash_cache.h"
+#include "core/scan/scan_support.h"
+#include "core/scan/sidecar_matcher.h"
+#include "core/scan/takeout_json.h"
+#include "core/sources/unicode_text.h"
+
+namespace quillmere::TakeoutScanner {
+namespace {
+
+// Working tables of one scan. Ordered maps make every pass, and so every tie, reproducible.
+struct Tables {
+  std::map<std::string, std::vector<SourceFilePtr>> jsonByFolder;
+  std::map<std::string, std::vector<SourceFilePtr>> mediaByFolder;
+  std::map<std::string, std::map<std::string, TakeoutSidecar>> sidecars;
+  std::map<std::string, TakeoutAlbumInfo> albumInfo;
+  std::set<std::string> usedSidecars;
+  std::unordered_map<std::string, std::vector<MediaFilePtr>> mediaByIdentity;
+};
+
+void report(const ProgressCallback& progress, std::string_view phase, std::int64_t done,
+            std::int64_t total) {
+  if (progress) progress(WorkProgress{std::string(phase), done, total});
+}
+
+void sortIntoFolders(const std::vector<SourceFilePtr>& files, Tables& tables) {
+  for (const SourceFilePtr& file : files) {
+    const std::string name = file->fileName();
+    if (std::find(ignoredNames.begin(), ignoredNames.end(), name) != ignoredNames.end()) continue;
+    if (name.starts_with(".")) continue;
+    if (UnicodeText::suffixIgnoringCase(name, ".json")) {
+      tables.jsonByFolder[file->logicalDirectory()].push_back(file);
+    } else if (mediaKindOf(name) != MediaKind::other) {
+      tables.mediaByFolder[file->logicalDirectory()].push_back(file);
+    }
+  }
+}
+
+void readJsonFiles(Tables& tables, ScanSummary& summary, const ProgressCallback& progress) {
+  std::int64_t total = 0;
+  for (const auto& [folder, jsons] : tables.jsonByFolder)
+    total += static_cast<std::int64_t>(jsons.size());
+  std::int64_t count = 0;
+  for (const auto& [folder, jsons] : tables.jsonByFolder) {
+    for (const SourceFilePtr& file : jsons) {
+      if (++count % 500 == 0) report(progress, ScanPhase::readingMetadata, count, total);
+      if (file->size() >= kMaxJsonSize) {
+        ++summary.unreadableJSON;
+        continue;
+      }
+      Bytes bytes;
+      try {
+        bytes = file->readAll();
+      } catch (const std::exception&) {
+        ++summary.unreadableJSON;
+        continue;
+      }
+      const TakeoutJSON parsed = TakeoutJSON::parse(bytes);
+      if (const TakeoutSidecar* sidecar = parsed.photo()) {
+        tables.sidecars[folder][file->fileName()] = *sidecar;
+      } else if (const TakeoutAlbumInfo* album = parsed.album()) {
+        tables.albumInfo[folder] = *album;
+      } else {
+        ++summary.unreadableJSON;
+      }
+    }
+  }
+}
+
+// Year folders first, so the year folder's copy of a photo becomes the media file and album
+// copies become its duplicates; then every other folder, each group in string order.
+std::vector<std::string> matchingOrder(const Tables& tables) {
+  std::vector<std::string> years, others;
+  for (const auto& [folder, media] : tables.mediaByFolder) {
+    (FolderClassifier::isYearFolder(folder) ? years : others).push_back(folder);
+  }
+  years.insert(years.end(), others.begin(), others.end());
+  return years;
+}
+
+// An earlier media file with the same name, size and content as `file`, or null.
+MediaFilePtr sameContent(const std::vector<MediaFilePtr>& candidates, const SourceFile& file) {
+  if (candidates.empty()) return nullptr;
+  ContentHashCache& cache = ContentHashCache::shared();
+  const Sha256Digest digest = cache.digest(file);
+  for (const MediaFilePtr& earlier : candidates) {
+    if (earlier->source->size() == file.size() && cache.digest(*earlier->source) == digest) {
+      return earlier;
+    }
+  }
+  return nullptr;
+}
+
+void matchFolder(const std::string& folder, Tables& tables, ScanResult& result,
+                 std::int64_t& matched, std::int64_t total, const ProgressCallback& progress) {
+  const auto info = tables.albumInfo.find(folder);
+  const FolderRole role = FolderClassifier::classify(
+      folder, info == tables.albumInfo.end() ? std::nullopt : std::optional(info->second));
+  std::map<std::string, TakeoutSidecar>& sidecars = tables.sidecars[folder];
+  std::vector<std::string> jsonNames;
+  for (const auto& [name, sidecar] : sidecars) jsonNames.push_back(name);
+  const std::vector<SidecarMatcher::Candidate> candidates = SidecarMatcher::candidates(jsonNames);
+
+  std::vector<SourceFilePtr> media = tables.mediaByFolder[folder];
+  std::stable_sort(media.begin(), media.end(), [](const auto& a, const auto& b) {
+    return a->logicalPath() < b->logicalPath();
+  });
+  for (const SourceFilePtr& file : media) {
+    if (++matched % 200 == 0) report(progress, ScanPhase::matching, matched, total);
+    const std::string name = file->fileName();
+    const std::optional<std::string> json = SidecarMatcher::match(name, candidates);
+    if (json) tables.usedSidecars.insert(folder + "/" + *json);
+    std::vector<MediaFilePtr>& sameKey =
+        tables.mediaByIdentity[UnicodeText::lowercased(name) + "|" + std::to_string(file->size())];
+    MediaFilePtr target = sameContent(sameKey, *file);
+    if (target) {
+      target->duplicates.push_back(file);
+      if (!target->sidecar && json) {
+        target->sidecar = sidecars.at(*json);
+        target->sidecarName = json;
+      }
+    } else {
+      target = std::make_shared<MediaFile>(static_cast<int>(result.files.size()), file,
+                                           mediaKindOf(name));
+      if (json) {
+        target->sidecar = sidecars.at(*json);
+        target->sidecarName = json;
+      }
+      sameKey.push_back(target);
+      result.files.push_back(target);
+    }
+    apply(role, *target);
+  }
+}
+
+std::int64_t countOrphans(const Tables& tables) {
+  std::int64_t orphans = 0;
+  for (const auto& [folder, sidecars] : tables.sidecars) {
+    for (const auto& [name, sidecar] : sidecars) {
+      if (!tables.usedSidecars.contains(folder + "/" + name)) ++orphans;
+    }
+  }
+  return orphans;
+}
+
+void readEmbeddedMetadata(ScanResult& result, const ProgressCallback& progress) {
+  const auto total = static_cast<std::int64_t>(result.files.size());
+  for (std::int64_t i = 0; i < total; ++i) {
+    MediaFile& file = *result.files[i];
+    if (file.kind != MediaKind::photo) continue;  // movies are read during repair
+    if (i % 200 == 0) report(progress, ScanPhase::checkingFiles, i, total);
+    file.embedded = ScanSupport::readPhotoMetadata(*file.source);
+  }
+}
+
+// The file name without extension and with edited suffixes cut, each at most once, in order.
+std::string groupingStem(const std::string& name) {
+  const std::size_t dot = name.rfind('.');
+  std::string stem = dot == std::string::npos ? name : name.substr(0, dot);
+  for (std::string_view suffix : SidecarMatcher::editedSuffixes) {
+    if (const auto tail = UnicodeText::suffixIgnoringCase(stem, suffix)) {
+      stem.resize(stem.size() - tail->size());
+    }
+  }
+  return stem;
+}
+
+MediaUnit::Kind unitKind(const std::vector<MediaFilePtr>& group) {
+  if (group.size() == 1) return MediaUnit::Kind::single;
+  const bool anyPhoto = std::any_of(group.begin(), group.end(),
+                                    [](const auto& f) { return f->kind == MediaKind::photo; });
+  const bool anyOther = std::any_of(group.begin(), group.end(),
+                                    [](const auto& f) { return f->kind != MediaKind::photo; });
+  if (!anyPhoto || !anyOther) return MediaUnit::Kind::editedWithOriginal;
+  const std::string stem = UnicodeText::lowercased(groupingStem(group.front()->fileName()));
+  return stem.starts_with("mvimg") || stem.starts_with("pxl") ? MediaUnit::Kind::motionPhoto
+                                                              : MediaUnit::Kind::livePhoto;
+}
+
+}  // namespace
+
+void apply(const FolderRole& role, MediaFile& file) {
+  auto addOnce = [](std::vector<std::string>& list, const std::string& name) {
+    if (std::find(list.begin(), list.end(), name) == list.end()) list.push_back(name);
+  };
+  if (role.kind == FolderRole::Kind::album) addOnce(file.albums, role.name);
+  if (role.kind == FolderRole::Kind::special) addOnce(file.specialFolders, role.name);
+}
+
+std::vector<MediaUnit> groupUnits(const std::vector<MediaFilePtr>& files) {
+  std::unordered_map<std::string, std::vector<std::size_t>> byKey;
+  std::vector<std::string> keys;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    keys.push_back(files[i]->source->logicalDirectory() + "/" +
+                   UnicodeText::lowercased(groupingStem(files[i]->fileName())));
+    byKey[keys.back()].push_back(i);
+  }
+  std::vector<bool> placed(files.size(), false);
+  std::vector<MediaUnit> units;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    if (placed[i]) continue;
+    std::vector<MediaFilePtr> group;
+    for (std::size_t member : byKey[keys[i]]) {
+      if (!placed[member]) {
+        placed[member] = true;
+        group.push_back(files[member]);
+      }
+    }
+    const MediaUnit::Kind kind = unitKind(group);
+    units.push_back(MediaUnit{static_cast<int>(units.size()), kind, std::move(group)});
+  }
+  return units;
+}
+
+void summarize(ScanResult& result) {
+  ScanSummary& s = result.summary;
+  for (const MediaFilePtr& file : result.files) {
+    s.duplicateCopies += static_cast<std::int64_t>(file->duplicates.size());
+    const bool photo = file->kind == MediaKind::photo;
+    ++(photo ? s.photos : s.videos);
+    const std::optional<TakeoutSidecar>& sidecar = file->sidecar;
+    ++(sidecar ? s.withSidecar : s.withoutSidecar);
+    if (sidecar && sidecar->description) ++s.captionsInTakeout;
+    if (photo) ScanSupport::countPhotoGaps(*file, s);
+  }
+  s.mediaFiles += static_cast<std::int64_t>(result.files.size());
+  s.items += static_cast<std::int64_t>(result.units.size());
+  s.albums += static_cast<std::int64_t>(result.albums.size());
+}
+
+ScanResultPtr scan(const std::vector<SourceFilePtr>& files,
+                   const std::vector<std::filesystem::path>& inputs,
+                   const ProgressCallback& progress) {
+  auto result = std::make_shared<ScanResult>(inputs);
+  result->summary.sourceFiles = static_cast<std::int64_t>(files.size());
+  result->summary.zipParts = ScanSupport::countZipParts(files);
+  Tables tables;
+  sortIntoFolders(files, tables);
+  readJsonFiles(tables, result->summary, progress);
+
+  std::int64_t mediaTotal = 0;
+  for (const auto& [folder, media] : tables.mediaByFolder)
+    mediaTotal += static_cast<std::int64_t>(media.size());
+  std::int64_t matched = 0;
+  for (const std::string& folder : matchingOrder(tables)) {
+    matchFolder(folder, tables, *result, matched, mediaTotal, progress);
+  }
+  result->summary.orphanSidecars = countOrphans(tables);
+
+  readEmbeddedMetadata(*result, progress);
+  result->units = groupUnits(result->files);
+  for (const MediaFilePtr& file : result->files) {
+    for (const std::string& album : file->albums) result->albums[album].push_back(file);
+  }
+  summarize(*result);
+  const auto count = static_cast<std::int64_t>(result->files.size());
+  report(progress, ScanPhase::complete, count, count);
+  return result;
+}
+
+}  // namespace quillmere::TakeoutScanner
