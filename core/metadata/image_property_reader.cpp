@@ -201,10 +201,12 @@ std::optional<ImageProperties> readWithExiv2(Exiv2::BasicIo::AutoPtr io) {
   try {
     Exiv2::Image::AutoPtr image = Exiv2::ImageFactory::open(io);
     if (image.get() == nullptr || !isStillImage(image->imageType())) return std::nullopt;
+    bool damaged = false;
     try {
       image->readMetadata();
     } catch (const std::exception&) {
       // A damaged or cut-off file: what was read before the damage still counts.
+      damaged = true;
     }
     ImageProperties properties;
     properties.pixelWidth = positive(image->pixelWidth());
@@ -212,6 +214,11 @@ std::optional<ImageProperties> readWithExiv2(Exiv2::BasicIo::AutoPtr io) {
     addExif(image->exifData(), properties);
     addIptc(image->iptcData(), properties);
     addXmp(image->xmpData(), properties);
+    // Damage before anything at all could be read: only the first bytes looked like an image.
+    if (damaged && !properties.pixelWidth && image->exifData().empty() &&
+        image->iptcData().empty() && image->xmpData().empty()) {
+      return std::nullopt;
+    }
     return properties;
   } catch (const std::exception&) {
     return std::nullopt;

@@ -8,6 +8,7 @@ extern "C" {
 #include <memory>
 #include <mutex>
 #include <string_view>
+#include <system_error>
 
 #include "core/dates/iso_date.h"
 #include "core/metadata/movie_properties.h"
@@ -75,6 +76,9 @@ std::string asUTF8(const char* text) {
 }  // namespace
 
 std::optional<MovieProperties> readFile(const std::filesystem::path& file) {
+  // Only regular files: a pipe or a device would keep the demuxer waiting or reading forever.
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(file, error)) return std::nullopt;
   prepareLibav();
   const FormatContext context = open(file);
   if (context == nullptr || !isMovieFormat(*context)) return std::nullopt;

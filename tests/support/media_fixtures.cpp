@@ -22,7 +22,7 @@ void makePhoto(const std::filesystem::path& path, PhotoFormat format, int width,
   const std::string size = std::to_string(width) + "x" + std::to_string(height);
   std::vector<std::string> source = {"convert", "-size", size};
   if (noisy) {
-    source.insert(source.end(), {"-seed", "1", "xc:gray", "+noise", "Random"});
+    source.insert(source.end(), {"-seed", "1", "xc:gray", "-channel", "RGB", "+noise", "Random"});
   } else {
     source.push_back("gradient:#d08030-#3050a0");
   }

@@ -16,7 +16,8 @@ namespace quillmere::testing {
 enum class PhotoFormat { jpeg, heic, png, tiff, webp };
 
 // A photo of `width` x `height` pixels: a smooth gradient (a few kilobytes), or, when `noisy`,
-// random pixels that no encoder can shrink (a JPEG at quality 92 takes about 2.3 bytes a pixel).
+// random pixels that no encoder can shrink much (a JPEG at quality 92 takes about 0.75 bytes a
+// pixel).
 // The same arguments always give the same pixels.
 void makePhoto(const std::filesystem::path& path, PhotoFormat format, int width, int height,
                bool noisy = false);

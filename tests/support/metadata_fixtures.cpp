@@ -61,6 +61,7 @@ std::vector<MetadataFixture> makeCatalogue() {
       {"full.heic", false, metadata(local7200, sydney, harbour, {}, 64, 48)},
       {"xmp-offset.heic", false,
        metadata(CaptureDate::local(kExifText, -12600), {}, {}, {}, 64, 48)},
+      {"full.avif", false, metadata(local7200, sydney, harbour, {}, 64, 48)},
       {"full.png", false, metadata(local7200, sydney, harbour, {"harbour", "dusk"}, 64, 48)},
       {"full.tiff", false, metadata(local7200, sydney, harbour, {"harbour", "dusk"}, 64, 48)},
       {"full.webp", false, metadata(local7200, sydney, harbour, {}, 64, 48)},
