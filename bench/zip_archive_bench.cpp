@@ -44,11 +44,11 @@ const std::filesystem::path& largeEntriesZip() {
     }
     testing::ZipBuilder builder;
     for (int i = 0; i < 1000; ++i) {
-      testing::ZipEntrySpec spec;
-      spec.name = testing::toBytes("Photos/IMG_" + std::to_string(i) + ".JPG");
+      testing::ZipEntryDraft draft;
+      draft.name = testing::toBytes("Photos/IMG_" + std::to_string(i) + ".JPG");
       content[i] ^= 0xFF;  // every entry differs
-      spec.content = content;
-      builder.add(std::move(spec));
+      draft.content = content;
+      builder.add(std::move(draft));
     }
     builder.write(path);
     return path;

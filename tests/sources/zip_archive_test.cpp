@@ -16,7 +16,7 @@ namespace {
 using testing::TempDir;
 using testing::toBytes;
 using testing::ZipBuilder;
-using testing::ZipEntrySpec;
+using testing::ZipEntryDraft;
 using Kind = QuillmereError::Kind;
 
 Bytes randomBytes(std::size_t size, unsigned seed) {
@@ -56,12 +56,12 @@ Kind errorKindOf(const std::function<void()>& action) {
   return Kind::nothingToRepair;
 }
 
-ZipEntrySpec entry(std::string_view name, Bytes content, std::uint16_t method) {
-  ZipEntrySpec spec;
-  spec.name = toBytes(name);
-  spec.content = std::move(content);
-  spec.method = method;
-  return spec;
+ZipEntryDraft entry(std::string_view name, Bytes content, std::uint16_t method) {
+  ZipEntryDraft draft;
+  draft.name = toBytes(name);
+  draft.content = std::move(content);
+  draft.method = method;
+  return draft;
 }
 
 std::uint64_t findLast(const Bytes& bytes, std::uint32_t signature) {
@@ -198,10 +198,10 @@ TEST(ZipArchiveTest, DecodesNamesAsUtf8OrLatin1) {
   };
   ZipBuilder builder;
   for (const auto& c : cases) {
-    ZipEntrySpec spec = entry("", toBytes("x"), 0);
-    spec.name = c.name;
-    spec.utf8Flag = c.utf8Flag;
-    builder.add(spec);
+    ZipEntryDraft draft = entry("", toBytes("x"), 0);
+    draft.name = c.name;
+    draft.utf8Flag = c.utf8Flag;
+    builder.add(draft);
   }
   builder.write(dir / "names.zip");
   const ZipArchive zip(dir / "names.zip");
@@ -220,7 +220,7 @@ TEST(ZipArchiveTest, ReadsZip64CountsSizesAndOffsets) {
   ASSERT_EQ(manyZip.entries().size(), 70000u);
   EXPECT_EQ(extractAll(manyZip, manyZip.entries()[69999]), toBytes(std::to_string(69999 * 3)));
 
-  ZipEntrySpec wide = entry("wide.bin", textBytes(5000), 8);
+  ZipEntryDraft wide = entry("wide.bin", textBytes(5000), 8);
   wide.zip64 = true;
   ZipBuilder().add("first.txt", "abc").add(wide).zip64Directory().write(dir / "wide.zip");
   const ZipArchive wideZip(dir / "wide.zip");
@@ -321,9 +321,9 @@ TEST(ZipArchiveTest, StopsInflatingWhenTheSinkHasEnough) {
 
 TEST(ZipArchiveTest, FailuresLeaveTheArchiveUsable) {
   TempDir dir;
-  ZipEntrySpec broken = entry("broken.bin", textBytes(10000), 8);
-  ZipEntrySpec method12 = entry("T/x.jpg", toBytes("bzip2 data"), 12);
-  ZipEntrySpec crc = entry("crc.txt", toBytes("content"), 0);
+  ZipEntryDraft broken = entry("broken.bin", textBytes(10000), 8);
+  ZipEntryDraft method12 = entry("T/x.jpg", toBytes("bzip2 data"), 12);
+  ZipEntryDraft crc = entry("crc.txt", toBytes("content"), 0);
   crc.crc = 0xDEADBEEF;
   Bytes bytes = ZipBuilder().add(broken).add(method12).add(crc).add("ok.txt", "fine").build();
   for (std::size_t i = 30 + 10 + 5; i < 30 + 10 + 25; ++i) bytes[i] = 0xFF;  // invalid DEFLATE
@@ -345,7 +345,7 @@ TEST(ZipArchiveTest, FailuresLeaveTheArchiveUsable) {
 
 TEST(ZipArchiveTest, UsesTheLocalHeadersOwnLengthsAndRejectsDataPastTheEnd) {
   TempDir dir;
-  ZipEntrySpec padded = entry("padded.txt", toBytes("payload"), 8);
+  ZipEntryDraft padded = entry("padded.txt", toBytes("payload"), 8);
   padded.localExtra = Bytes{0x34, 0x12, 6, 0, 1, 2, 3, 4, 5, 6};  // unknown block, 10 bytes
   ZipBuilder().add(padded).write(dir / "padded.zip");
   const ZipArchive paddedZip(dir / "padded.zip");

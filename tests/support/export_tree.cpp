@@ -55,11 +55,11 @@ void ExportTree::writeFolder(const std::filesystem::path& root) const {
 void ExportTree::writeZip(const std::filesystem::path& zip) const {
   ZipBuilder builder;
   for (const auto& [path, content] : files_) {
-    ZipEntrySpec spec;
-    spec.name = toBytes(path);
-    spec.content = content;
-    spec.utf8Flag = true;
-    builder.add(std::move(spec));
+    ZipEntryDraft draft;
+    draft.name = toBytes(path);
+    draft.content = content;
+    draft.utf8Flag = true;
+    builder.add(std::move(draft));
   }
   builder.write(zip);
 }

@@ -31,7 +31,7 @@ struct Written {
   std::uint64_t offset;
 };
 
-void localHeader(Bytes& out, const ZipEntrySpec& e, const Written& w) {
+void localHeader(Bytes& out, const ZipEntryDraft& e, const Written& w) {
   put32(out, 0x04034b50);
   put16(out, e.zip64 ? 45 : 20);
   put16(out, e.utf8Flag ? 0x0800 : 0);
@@ -46,7 +46,7 @@ void localHeader(Bytes& out, const ZipEntrySpec& e, const Written& w) {
   append(out, e.localExtra);
 }
 
-void centralRecord(Bytes& out, const ZipEntrySpec& e, const Written& w) {
+void centralRecord(Bytes& out, const ZipEntryDraft& e, const Written& w) {
   Bytes extra;
   if (e.zip64) {
     put16(extra, 0x0001);
@@ -129,15 +129,15 @@ Bytes deflateRaw(const Bytes& content, int level) {
 }
 
 ZipBuilder& ZipBuilder::add(std::string_view name, std::string_view content, std::uint16_t method) {
-  ZipEntrySpec spec;
-  spec.name = toBytes(name);
-  spec.content = toBytes(content);
-  spec.method = method;
-  return add(std::move(spec));
+  ZipEntryDraft draft;
+  draft.name = toBytes(name);
+  draft.content = toBytes(content);
+  draft.method = method;
+  return add(std::move(draft));
 }
 
-ZipBuilder& ZipBuilder::add(ZipEntrySpec spec) {
-  entries_.push_back(std::move(spec));
+ZipBuilder& ZipBuilder::add(ZipEntryDraft draft) {
+  entries_.push_back(std::move(draft));
   return *this;
 }
 
@@ -154,7 +154,7 @@ ZipBuilder& ZipBuilder::zip64Directory() {
 Bytes ZipBuilder::build() const {
   Bytes out;
   std::vector<Written> written;
-  for (const ZipEntrySpec& e : entries_) {
+  for (const ZipEntryDraft& e : entries_) {
     const Bytes data = e.method == 8 ? deflateRaw(e.content) : e.content;
     const Written w{e.crc.value_or(zipCrc32(0, e.content)), data.size(), e.content.size(),
                     out.size()};
@@ -199,13 +199,13 @@ std::uint32_t writeZeroEntryZip(const std::filesystem::path& path, std::string_v
   for (std::uint64_t i = 0; i < size / kBlock; ++i) crc = zipCrc32(crc, zeros);
   crc = zipCrc32(crc, std::span(zeros.data(), rest));
 
-  ZipEntrySpec spec;
-  spec.name = toBytes(name);
-  spec.zip64 = true;
+  ZipEntryDraft draft;
+  draft.name = toBytes(name);
+  draft.zip64 = true;
   const Written w{crc, (size / kBlock) * block.size() + tail.size(), size, 0};
   std::ofstream file(path, std::ios::binary);
   Bytes header;
-  localHeader(header, spec, w);
+  localHeader(header, draft, w);
   file.write(reinterpret_cast<const char*>(header.data()), header.size());
   for (std::uint64_t i = 0; i < size / kBlock; ++i) {
     file.write(reinterpret_cast<const char*>(block.data()), block.size());
@@ -213,7 +213,7 @@ std::uint32_t writeZeroEntryZip(const std::filesystem::path& path, std::string_v
   file.write(reinterpret_cast<const char*>(tail.data()), tail.size());
   const std::uint64_t dirOffset = header.size() + w.compressedSize;
   Bytes directory;
-  centralRecord(directory, spec, w);
+  centralRecord(directory, draft, w);
   endRecords(directory, dirOffset, 1, directory.size(), dirOffset, true, {});
   file.write(reinterpret_cast<const char*>(directory.data()), directory.size());
   if (!file) throw std::runtime_error("couldn't write " + path.string());

@@ -17,7 +17,7 @@ Bytes toBytes(std::string_view text);
 Bytes deflateRaw(const Bytes& content, int level = 6);
 
 // One entry to write. Every field that a damaged or unusual zip needs can be set.
-struct ZipEntrySpec {
+struct ZipEntryDraft {
   Bytes name;  // raw name bytes, written as they are
   Bytes content;
   std::uint16_t method = 8;  // 0 stored, 8 DEFLATE; any other: content stored as is
@@ -32,7 +32,7 @@ struct ZipEntrySpec {
 class ZipBuilder {
  public:
   ZipBuilder& add(std::string_view name, std::string_view content, std::uint16_t method = 8);
-  ZipBuilder& add(ZipEntrySpec spec);
+  ZipBuilder& add(ZipEntryDraft draft);
   ZipBuilder& comment(Bytes comment);
   // Writes ZIP64 end records and saturates the classic end record's fields.
   ZipBuilder& zip64Directory();
@@ -41,7 +41,7 @@ class ZipBuilder {
   void write(const std::filesystem::path& path) const;
 
  private:
-  std::vector<ZipEntrySpec> entries_;
+  std::vector<ZipEntryDraft> entries_;
   Bytes comment_;
   bool zip64Directory_ = false;
 };
