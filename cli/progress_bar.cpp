@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "cli/number_format.h"
+
 namespace quillmere::cli {
 namespace {
 
@@ -13,7 +15,7 @@ constexpr auto kPlainInterval = std::chrono::seconds(5);
 constexpr int kBarWidth = 24;
 
 std::string formatCount(std::int64_t value, ProgressBar::Unit unit) {
-  return unit == ProgressBar::Unit::bytes ? formatBytes(value) : std::to_string(value);
+  return unit == ProgressBar::Unit::bytes ? formatBytes(value) : groupedCount(value);
 }
 
 }  // namespace
