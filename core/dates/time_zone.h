@@ -19,6 +19,12 @@ class TimeZone {
   // cannot be read at all).
   static std::optional<TimeZone> named(std::string_view identifier);
 
+  // The zone the machine's clock shows: the zone TZ names when it names one (a leading ":"
+  // and a zoneinfo path are accepted; an empty TZ means UTC, as in POSIX), else the system's
+  // zone (/etc/localtime). Absent only when neither can be read. Asked anew on each call, so
+  // a changed TZ takes effect at once.
+  static std::optional<TimeZone> current();
+
   // The zone's identifier as the database spells it.
   std::string_view identifier() const;
 

@@ -1,11 +1,11 @@
 #include "core/dates/wall_clock.h"
 
-#include <date/tz.h>
-
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <exception>
+
+#include "core/dates/time_zone.h"
 
 namespace quillmere {
 namespace {
@@ -60,29 +60,6 @@ void appendPadded(std::string& out, std::int64_t value, int width) {
   const std::string digits = std::to_string(value);
   if (static_cast<int>(digits.size()) < width) out.append(width - digits.size(), '0');
   out += digits;
-}
-
-// The zone the machine's clock shows. TZ is honoured the way the C library does it (a leading
-// ":" and a zoneinfo path are accepted); the zone database is read-only after loading, so this
-// is safe from any thread.
-const date::time_zone* machineZone() {
-  if (const char* variable = std::getenv("TZ"); variable != nullptr) {
-    std::string_view name(variable);
-    if (name.empty()) return nullptr;  // POSIX: an empty TZ means UTC
-    if (name.front() == ':') name.remove_prefix(1);
-    constexpr std::string_view kZoneInfo = "/usr/share/zoneinfo/";
-    if (name.starts_with(kZoneInfo)) name.remove_prefix(kZoneInfo.size());
-    try {
-      return date::locate_zone(name);
-    } catch (const std::exception&) {
-      // Not a zone name (a POSIX rule text, say): fall back on the system's zone.
-    }
-  }
-  try {
-    return date::current_zone();
-  } catch (const std::exception&) {
-    return nullptr;
-  }
 }
 
 }  // namespace
@@ -157,20 +134,8 @@ std::int64_t renderableOffset(double utc, std::int64_t offsetSeconds) {
   if (offsetSeconds >= -kLargestFixedZone && offsetSeconds <= kLargestFixedZone) {
     return offsetSeconds;
   }
-  const date::time_zone* zone = machineZone();
-  if (zone == nullptr) return 0;
-  // The zone rules are only looked up inside years 1...9999; beyond, the nearest end stands in.
-  constexpr double kFirst = -62135596800.0;  // 0001-01-01 00:00:00 UTC
-  constexpr double kLast = 253402300799.0;   // 9999-12-31 23:59:59 UTC
-  if (!std::isfinite(utc)) utc = 0;
-  const double clamped = utc < kFirst ? kFirst : (utc > kLast ? kLast : utc);
-  try {
-    const date::sys_seconds instant{
-        std::chrono::seconds{static_cast<std::int64_t>(std::floor(clamped))}};
-    return zone->get_info(instant).offset.count();
-  } catch (const std::exception&) {
-    return 0;
-  }
+  const std::optional<TimeZone> zone = TimeZone::current();
+  return zone ? zone->offsetSeconds(utc) : 0;
 }
 
 }  // namespace quillmere

@@ -16,19 +16,13 @@ std::string_view rawValue(ExportKind kind) {
 
 template <>
 std::optional<ExportKind> fromRawValue<ExportKind>(std::string_view raw) {
-  for (const ExportKind kind : {ExportKind::googleTakeout, ExportKind::snapchat}) {
-    if (rawValue(kind) == raw) return kind;
-  }
-  return std::nullopt;
+  return findRawValue({ExportKind::googleTakeout, ExportKind::snapchat}, raw);
 }
 
 void to_json(nlohmann::json& json, ExportKind kind) { json = rawValue(kind); }
 
 void from_json(const nlohmann::json& json, ExportKind& kind) {
-  const auto* text = json.get_ptr<const std::string*>();
-  const auto decoded = text ? fromRawValue<ExportKind>(*text) : std::nullopt;
-  if (!decoded) throw nlohmann::json::type_error::create(302, "not an export kind", &json);
-  kind = *decoded;
+  readRawValue(json, kind, "not an export kind");
 }
 
 }  // namespace quillmere

@@ -49,19 +49,13 @@ std::string_view rawValue(MediaKind kind) {
 
 template <>
 std::optional<MediaKind> fromRawValue<MediaKind>(std::string_view raw) {
-  for (const MediaKind kind : {MediaKind::photo, MediaKind::video, MediaKind::other}) {
-    if (rawValue(kind) == raw) return kind;
-  }
-  return std::nullopt;
+  return findRawValue({MediaKind::photo, MediaKind::video, MediaKind::other}, raw);
 }
 
 void to_json(nlohmann::json& json, MediaKind kind) { json = rawValue(kind); }
 
 void from_json(const nlohmann::json& json, MediaKind& kind) {
-  const auto* text = json.get_ptr<const std::string*>();
-  const auto decoded = text ? fromRawValue<MediaKind>(*text) : std::nullopt;
-  if (!decoded) throw nlohmann::json::type_error::create(302, "not a media kind", &json);
-  kind = *decoded;
+  readRawValue(json, kind, "not a media kind");
 }
 
 }  // namespace quillmere

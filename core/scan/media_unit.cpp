@@ -20,21 +20,15 @@ std::string_view rawValue(MediaUnit::Kind kind) {
 
 template <>
 std::optional<MediaUnit::Kind> fromRawValue<MediaUnit::Kind>(std::string_view raw) {
-  for (const MediaUnit::Kind kind :
-       {MediaUnit::Kind::single, MediaUnit::Kind::livePhoto, MediaUnit::Kind::motionPhoto,
-        MediaUnit::Kind::editedWithOriginal}) {
-    if (rawValue(kind) == raw) return kind;
-  }
-  return std::nullopt;
+  return findRawValue({MediaUnit::Kind::single, MediaUnit::Kind::livePhoto,
+                       MediaUnit::Kind::motionPhoto, MediaUnit::Kind::editedWithOriginal},
+                      raw);
 }
 
 void to_json(nlohmann::json& json, MediaUnit::Kind kind) { json = rawValue(kind); }
 
 void from_json(const nlohmann::json& json, MediaUnit::Kind& kind) {
-  const auto* text = json.get_ptr<const std::string*>();
-  const auto decoded = text ? fromRawValue<MediaUnit::Kind>(*text) : std::nullopt;
-  if (!decoded) throw nlohmann::json::type_error::create(302, "not a media unit kind", &json);
-  kind = *decoded;
+  readRawValue(json, kind, "not a media unit kind");
 }
 
 }  // namespace quillmere
