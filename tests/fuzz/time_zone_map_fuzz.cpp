@@ -4,10 +4,7 @@
 // refused by an exception at construction, and lookups on an accepted one must stay in it.
 #include <zlib.h>
 
-#include <cstdint>
-#include <span>
 #include <system_error>
-#include <vector>
 
 #include "core/dates/time_zone_map.h"
 
@@ -23,10 +20,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     (void)map.zoneName(90, 180);
     (void)map.zoneName(-90, -180);
-    for (std::int64_t row = -1; row <= map.rows(); ++row) {
+    for (std::int64_t row = -1; row <= std::min<std::int64_t>(map.rows(), 65); ++row) {
       (void)map.zoneIndex(row, -1);
       (void)map.zoneIndex(row, map.cols());
-      if (row > 64) break;
     }
   } catch (const std::system_error&) {
   }
