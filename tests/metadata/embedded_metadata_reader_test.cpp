@@ -44,8 +44,7 @@ TEST(EmbeddedMetadataReaderTest, ReadsEveryFixtureAsTabledAndAsExiftoolDoes) {
 }
 
 TEST(EmbeddedMetadataReaderTest, PrefixesThatHoldTheMetadataAreEnough) {
-  // Photos far larger than the first mebibyte of a zip entry that the scanners read, with their
-  // metadata near the start, as cameras and phones write them.
+  // Photos far beyond the mebibyte a scanner reads of a zip entry, tagged near the start.
   testing::TempDir dir;
   for (const auto format : {testing::PhotoFormat::jpeg, testing::PhotoFormat::heic}) {
     const fs::path path = dir / (format == testing::PhotoFormat::jpeg ? "big.jpg" : "big.heic");
@@ -70,7 +69,7 @@ TEST(EmbeddedMetadataReaderTest, GarbageCutAndDamagedFilesNeverCrash) {
   // Noise, text, a folder or a missing file is neither a photo nor a movie.
   std::mt19937 random(11);
   Bytes noise(4096);
-  for (auto& byte : noise) byte = static_cast<std::uint8_t>(random());
+  std::generate(noise.begin(), noise.end(), random);
   testing::writeFile(dir / "noise", noise);
   testing::writeFile(dir / "text", testing::toBytes("<?xpacket begin=''?><x:xmpmeta/>"));
   fs::create_directory(dir / "folder");

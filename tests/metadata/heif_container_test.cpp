@@ -26,7 +26,6 @@ const std::string kTiff = "MM\0*\0\0\0\x08tiff-bytes"s;
 const std::string kXmp = "<x:xmpmeta xmlns:x='adobe:ns:meta/'/>";
 
 struct Layout {
-  int ilocVersion = 0;
   int exifConstruction = 0;    // 0 file, 1 idat, 2 item reference
   std::int64_t exifShift = 0;  // moves the Exif extent (beyond the file, say)
   std::string handler = "pict";
@@ -41,13 +40,14 @@ std::string heif(const Layout& l) {
     return fullBox("infe", 2, be(item, 2) + be(0, 2) + type + '\0');
   };
   const bool inIdat = l.exifConstruction == 1;
+  const int version = l.exifConstruction > 0;  // iloc's
   const std::string ftyp = box("ftyp", "heic" + be(0, 4) + "mif1heic");
   const std::string mdat = box("mdat", (inIdat ? "" : l.exifItem) + kXmp);
   const std::uint64_t data = ftyp.size() + 8;
   // One extent an item, with 4-byte offsets, lengths and base offsets.
   const auto entry = [&](std::uint32_t item, int construction, std::uint64_t at, std::size_t n) {
-    return be(item, 2) + (l.ilocVersion > 0 ? be(construction, 2) : "") + be(0, 6) + be(1, 2) +
-           be(at, 4) + be(n, 4);
+    return be(item, 2) + (version ? be(construction, 2) : "") + be(0, 6) + be(1, 2) + be(at, 4) +
+           be(n, 4);
   };
   const std::string iloc =
       be(0x4440, 2) + be(3, 2) + entry(1, 0, 0, 0) +
@@ -64,7 +64,7 @@ std::string heif(const Layout& l) {
                              be(3, 2) + infe(1, "hvc1") + infe(2, "Exif") +
                                  infe(3, "mime\0application/rdf+xml"s)) +
                      box("iprp", ipco + fullBox("ipma", 0, ipma)) +
-                     box("idat", inIdat ? l.exifItem : "") + fullBox("iloc", l.ilocVersion, iloc));
+                     box("idat", inIdat ? l.exifItem : "") + fullBox("iloc", version, iloc));
 }
 
 std::optional<HeifContainer::Contents> read(const std::string& file) {
@@ -79,9 +79,9 @@ TEST(HeifContainerTest, ReadsWhatItCanReachAndLeavesOutTheRest) {
     std::optional<std::uint32_t> width;
   } cases[] = {
       {"iloc version 0", {}, true, 640},
-      {"iloc version 1, Exif in idat", {.ilocVersion = 1, .exifConstruction = 1}, true, 640},
+      {"Exif in idat, iloc version 1", {.exifConstruction = 1}, true, 640},
       {"Exif extent beyond the file", {.exifShift = 1 << 20}, false, 640},
-      {"Exif built from another item", {.ilocVersion = 1, .exifConstruction = 2}, false, 640},
+      {"Exif built from another item", {.exifConstruction = 2}, false, 640},
       {"Exif header offset beyond the item", {.exifItem = be(1000, 4) + kTiff}, false, 640},
       {"the primary item's own property", {.primaryProperty = 1}, true, 10},
       {"a property index past the list", {.primaryProperty = 9}, true, std::nullopt},

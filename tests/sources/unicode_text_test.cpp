@@ -64,9 +64,9 @@ TEST(UnicodeTextTest, MatchesWholeCharactersOnly) {
   ASSERT_EQ(tail, "-MODIFIE" + kAcute);
   EXPECT_EQ(tail->data(), modified.data() + 3);  // a view of the text
   EXPECT_EQ(UnicodeText::suffixIgnoringCase("\xff.JSON", ".json"), ".JSON");
+  // The last letter is "d" with an accent; a prepended mark takes the dot.
   EXPECT_EQ(UnicodeText::suffixIgnoringCase("IMG-EDITED" + kAcute, "-edited"), std::nullopt);
-  EXPECT_EQ(UnicodeText::suffixIgnoringCase("IMG\xd8\x80.json", ".json"),
-            std::nullopt);  // prepended mark
+  EXPECT_EQ(UnicodeText::suffixIgnoringCase("IMG\xd8\x80.json", ".json"), std::nullopt);
 }
 
 }  // namespace
