@@ -3,47 +3,19 @@
 // reader never throws, whatever the bytes.
 #include <unistd.h>
 
-#include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <span>
-#include <string>
 
 #include "core/metadata/embedded_metadata_reader.h"
 
-namespace {
-
-// One scratch file per process, removed at exit.
-class ScratchFile {
- public:
-  ScratchFile()
-      : path_(std::filesystem::temp_directory_path() /
-              ("metadata-fuzz-" + std::to_string(getpid()) + ".mov")) {}
-  ~ScratchFile() {
-    std::error_code ignored;
-    std::filesystem::remove(path_, ignored);
-  }
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
-
-const std::filesystem::path& scratchFile() {
-  static const ScratchFile file;
-  return file.path();
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const std::filesystem::path scratch =
+      std::filesystem::temp_directory_path() / ("metadata-fuzz-" + std::to_string(getpid()));
   const std::span<const std::uint8_t> bytes(data, size);
   quillmere::EmbeddedMetadataReader::readImage(bytes);
   quillmere::EmbeddedMetadataReader::readImage(bytes.first(size / 2));
-  {
-    std::ofstream out(scratchFile(), std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
-  }
-  quillmere::EmbeddedMetadataReader::readVideo(scratchFile());
+  std::ofstream(scratch, std::ios::binary).write(reinterpret_cast<const char*>(data), size);
+  quillmere::EmbeddedMetadataReader::readVideo(scratch);
+  std::filesystem::remove(scratch);
   return 0;
 }

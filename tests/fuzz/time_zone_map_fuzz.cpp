@@ -4,10 +4,7 @@
 // refused by an exception at construction, and lookups on an accepted one must stay in it.
 #include <zlib.h>
 
-#include <cstdint>
-#include <span>
 #include <system_error>
-#include <vector>
 
 #include "core/dates/time_zone_map.h"
 
@@ -18,15 +15,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   compressed.resize(compressedSize);
   try {
     const quillmere::TimeZoneMap map(compressed);
-    for (double lat = -90; lat <= 90; lat += 7.3) {
-      for (double lon = -180; lon <= 180; lon += 11.9) (void)map.zoneName(lat, lon);
+    for (double lat = -90; lat <= 90; lat += 7.5) {  // the edges included
+      for (double lon = -180; lon <= 180; lon += 12) (void)map.zoneName(lat, lon);
     }
-    (void)map.zoneName(90, 180);
-    (void)map.zoneName(-90, -180);
-    for (std::int64_t row = -1; row <= map.rows(); ++row) {
+    for (std::int64_t row = -1; row <= std::min<std::int64_t>(map.rows(), 65); ++row) {
       (void)map.zoneIndex(row, -1);
       (void)map.zoneIndex(row, map.cols());
-      if (row > 64) break;
     }
   } catch (const std::system_error&) {
   }

@@ -2,31 +2,17 @@
 // Any outcome but a crash, hang or leak is fine: errors must surface as exceptions.
 #include <unistd.h>
 
-#include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <string>
 
 #include "core/sources/zip_archive.h"
 
-namespace {
-
-const std::filesystem::path& scratchFile() {
-  static const std::filesystem::path path =
-      std::filesystem::temp_directory_path() / ("zip-fuzz-" + std::to_string(getpid()) + ".zip");
-  return path;
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  {
-    std::ofstream out(scratchFile(), std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
-  }
+  static const std::filesystem::path scratch =
+      std::filesystem::temp_directory_path() / ("zip-fuzz-" + std::to_string(getpid()) + ".zip");
+  std::ofstream(scratch, std::ios::binary).write(reinterpret_cast<const char*>(data), size);
   try {
-    const quillmere::ZipArchive zip(scratchFile());
+    const quillmere::ZipArchive zip(scratch);
     std::size_t budget = 64 << 20;  // keeps a tiny bomb from turning into a time-out
     for (const auto& entry : zip.entries()) {
       for (bool verify : {true, false}) {
@@ -42,5 +28,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
   } catch (const std::exception&) {
   }
+  std::filesystem::remove(scratch);
   return 0;
 }
