@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <random>
+#include <thread>
 
 #include "core/sources/quillmere_error.h"
+#include "tests/support/run_command.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/zip_builder.h"
 
@@ -168,6 +171,36 @@ TEST(ZipArchiveTest, DamageFailsWithTheRightMessageAndLeavesTheArchiveUsable) {
   EXPECT_THROW(zip.extract(e[3], true, [](auto) -> bool { throw std::runtime_error("sink"); }),
                std::runtime_error);
   EXPECT_EQ(extractAll(zip, e[3]), toBytes("fine"));
+}
+
+// Info-ZIP is an independent writer (here with forced ZIP64 records); one opened archive is read
+// by several threads at once, as the scanner's workers do.
+TEST(ZipArchiveTest, ReadsInfoZipArchivesFromSeveralThreadsAtOnce) {
+  TempDir dir;
+  std::map<std::string, Bytes> written;
+  std::filesystem::create_directories(dir / "src/Takeout/Google Photos");
+  for (int i = 0; i < 6; ++i) {
+    const std::string path = "Takeout/Google Photos/f" + std::to_string(i);
+    written[path] = randomBytes(300000 + i, i, i % 2 ? 256 : 4);
+    testing::writeFile(dir / "src" / path, written[path]);
+  }
+  const auto made = testing::runCommand(
+      {"sh", "-c", "cd '" + (dir / "src").string() + "' && zip -q -r -fz ../info.zip Takeout"});
+  ASSERT_EQ(made.exitCode, 0) << made.err;
+  const ZipArchive zip(dir / "info.zip");
+  std::vector<int> wrong(4, 0);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      for (int round = 0; round < 3; ++round) {
+        for (const auto& e : zip.entries()) {
+          if (!e.isDirectory() && extractAll(zip, e) != written.at(e.path)) ++wrong[t];
+        }
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(wrong, std::vector<int>(4, 0));
 }
 
 }  // namespace
