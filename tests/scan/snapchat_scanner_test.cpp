@@ -27,40 +27,6 @@ nlohmann::json summaryWith(const std::string& counters) {
   return summary;
 }
 
-TEST(SnapchatHistoryTest, ReadsNamesDatesPlacesAndIdentifiers) {
-  EXPECT_EQ(parseName("2019-07-04_ABC_MAIN.mp4"),
-            (ParsedName{"2019-07-04_ABC", "main", "2019-07-04"}));
-  EXPECT_EQ(parseName("2019-07-04_ABC overlay.png"),
-            (ParsedName{"2019-07-04_ABC", "overlay", "2019-07-04"}));
-  EXPECT_EQ(parseName("2019-13-45_x.jpg"), (ParsedName{"2019-13-45_x", "main", std::nullopt}));
-  EXPECT_EQ(parseName("IMG_0001.jpg"), std::nullopt);
-  EXPECT_EQ(parseDate("2019-07-04 15:30"), std::nullopt);
-  EXPECT_EQ(parseLocation("Latitude, Longitude: 0.0, 0.0"), std::nullopt);
-  EXPECT_EQ(parseLocation("Latitude, Longitude: 91.0, 10.0"), std::nullopt);
-  EXPECT_EQ(parseLocation("- . 48.1 -- 11.5"), (GeoPoint{48.1, 11.5, std::nullopt}));
-
-  const std::string id = "11111111-2222-3333-4444-555555555555";
-  const nlohmann::json entry = {
-      {"Date", "  2020-01-02 03:04:05 UTC "},
-      {"Media Type", "Video"},
-      {"Location", "Latitude, Longitude: 1.5, 2.5"},
-      {"Download Link", "https://app.snapchat.com/dmd/memories?uid=abc&sid=" + id + "&mid=S"},
-      {"Id", "plain-identifier"}};
-  auto parse = [](const std::string& text) {
-    return parseHistory(std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
-  };
-  const nlohmann::json undated = {{"Date", "sometime"}};
-  EXPECT_EQ(parse(nlohmann::json{{"Other", {1, 2}}, {"Stuff", {entry, undated}}}.dump()).size(),
-            1u);  // any list with dates
-  EXPECT_EQ(parse(nlohmann::json::array({entry, entry}).dump()).size(), 2u);
-  EXPECT_TRUE(parse("{\"Saved Media\": [").empty());
-  const Entry parsed = parse(nlohmann::json{{"Saved Media", {entry}}}.dump()).at(0);
-  EXPECT_EQ(parsed.utc, at("2020-01-02T03:04:05Z"));
-  EXPECT_EQ(parsed.kind, MediaKind::video);
-  EXPECT_EQ(parsed.location, (GeoPoint{1.5, 2.5, std::nullopt}));
-  EXPECT_EQ(parsed.ids, (std::vector<std::string>{id, id, "plain-identifier"}));
-}
-
 // One history entry as the export writes it.
 nlohmann::json historyEntry(const std::string& date, const std::string& type = "Image",
                             const std::string& id = "") {
@@ -102,8 +68,8 @@ TEST(SnapchatScanTest, MatchesByIdentifierThenDayShiftedZeroMinusOnePlusOneThenO
   for (const std::string& stem :
        {"2019-07-04_" + idA, "2019-07-05_same"s, "2019-07-06_minus"s, "2019-08-10_plus"s,
         "2019-07-10_tie"s, "2020-02-02_x1"s, "2020-02-02_x2"s, "2020-02-02_x3"s})
-    tree.photo("memories/" + stem + "-main.jpg", "plain.jpg", stem);
-  tree.text("memories/2021-03-03_v-main.mp4", "movie").text("memories/nodate-main.mp4", "2");
+    tree.photo(stem + "-main.jpg", "plain.jpg", stem);  // no memories folder: every file counts
+  tree.text("2021-03-03_v-main.mp4", "movie").text("nodate-main.mp4", "2");
   tree.writeFolder(dir / "export");
   const ScanResultPtr result = scanUnchanged(dir, dir / "export");
   ASSERT_EQ(result->kind, ExportKind::snapchat);
@@ -118,20 +84,18 @@ TEST(SnapchatScanTest, MatchesByIdentifierThenDayShiftedZeroMinusOnePlusOneThenO
   const struct {
     std::string output;
     std::optional<std::string> taken;  // nullopt: no date at all
-    bool fromHistory;
     std::optional<std::string> note;
   } cases[] = {
-      {"2019-07-04_" + idA + ".jpg", "2019-07-04T10:00:00Z", true, std::nullopt},
-      {"2019-07-05_same.jpg", "2019-07-05T23:00:00Z", true, std::nullopt},
-      {"2019-07-06_minus.jpg", "2019-07-07T01:00:00Z", true, byDate},
-      {"2019-08-10_plus.jpg", "2019-08-09T23:00:00Z", true, byDate},
-      {"2019-07-10_tie.jpg", "2019-07-11T02:00:00Z", true, byDate},
-      {"2020-02-02_x1.jpg", "2020-02-02T08:00:00Z", true, byOrder},
-      {"2020-02-02_x2.jpg", "2020-02-02T09:00:00Z", true, byOrder},
-      {"2020-02-02_x3.jpg", "2020-02-02T12:00:00Z", false, dayOnly},
-      {"2021-03-03_v.mp4", "2021-03-03T12:00:00Z", false, dayOnly},
-      {"nodate.mp4", std::nullopt, false,
-       "Not found in Snapchat's history and no date in the file name"},
+      {"2019-07-04_" + idA + ".jpg", "2019-07-04T10:00:00Z", std::nullopt},
+      {"2019-07-05_same.jpg", "2019-07-05T23:00:00Z", std::nullopt},
+      {"2019-07-06_minus.jpg", "2019-07-07T01:00:00Z", byDate},
+      {"2019-08-10_plus.jpg", "2019-08-09T23:00:00Z", byDate},
+      {"2019-07-10_tie.jpg", "2019-07-11T02:00:00Z", byDate},
+      {"2020-02-02_x1.jpg", "2020-02-02T08:00:00Z", byOrder},
+      {"2020-02-02_x2.jpg", "2020-02-02T09:00:00Z", byOrder},
+      {"2020-02-02_x3.jpg", "2020-02-02T12:00:00Z", dayOnly},
+      {"2021-03-03_v.mp4", "2021-03-03T12:00:00Z", dayOnly},
+      {"nodate.mp4", std::nullopt, "Not found in Snapchat's history and no date in the file name"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.output);
@@ -139,13 +103,9 @@ TEST(SnapchatScanTest, MatchesByIdentifierThenDayShiftedZeroMinusOnePlusOneThenO
                                    [&](const auto& f) { return f->outputName == c.output; });
     ASSERT_NE(file, result->files.end());
     EXPECT_EQ((*file)->matchNote, c.note);
-    EXPECT_EQ((*file)->sidecarName.has_value(), c.fromHistory);
-    if (!c.taken) {
-      EXPECT_FALSE((*file)->sidecar.has_value());
-      continue;
-    }
-    ASSERT_TRUE((*file)->sidecar.has_value());
-    EXPECT_EQ((*file)->sidecar->photoTakenTime, at(*c.taken));
+    const auto& sidecar = (*file)->sidecar;
+    EXPECT_EQ(sidecar ? sidecar->photoTakenTime : std::nullopt,
+              c.taken ? std::optional(at(*c.taken)) : std::nullopt);
   }
   // Orphans: the tie's other entry, the 2021 photo entry and idB.
   EXPECT_EQ(nlohmann::json(result->summary), summaryWith(R"({"sourceFiles": 11, "mediaFiles": 10,
@@ -178,32 +138,21 @@ TEST(SnapchatScanTest, PairsOverlaysWithinAFolderAndSortsByDayThenStem) {
 
 TEST(ExportScannerTest, DetectsSnapchatTakeoutOrNothing) {
   const struct {
-    std::string name;
     std::vector<std::string> files;
     ExportKind kind;
   } cases[] = {
-      {"history anywhere", {"x/Memories_History.JSON", "Photos/a.jpg"}, ExportKind::snapchat},
-      {"memory in memories", {"Memories/2019-07-04_a-main.jpg"}, ExportKind::snapchat},
-      {"memory elsewhere", {"Photos/2019-07-04_a-main.jpg"}, ExportKind::googleTakeout},
-      {"overlay only", {"memories/2019-07-04_a-overlay.png"}, ExportKind::googleTakeout},
-      {"takeout", {"Takeout/Google Photos/Photos from 2019/a.jpg"}, ExportKind::googleTakeout},
-      {"nothing", {}, ExportKind::googleTakeout},
+      {{"x/Memories_History.JSON", "Photos/a.jpg"}, ExportKind::snapchat},  // history anywhere
+      {{"Memories/2019-07-04_a-main.jpg"}, ExportKind::snapchat},
+      {{"Photos/2019-07-04_a-main.jpg"}, ExportKind::googleTakeout},  // not in memories
+      {{"memories/2019-07-04_a-overlay.png"}, ExportKind::googleTakeout},
+      {{}, ExportKind::googleTakeout},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+    SCOPED_TRACE(::testing::PrintToString(c.files));
     TempDir tree;
     for (const auto& file : c.files) ExportTree().text(file, "x").writeFolder(tree.path());
     EXPECT_EQ(ExportScanner::detect(SourceCollector::collect({tree.path()})), c.kind);
   }
-  // Without a memories folder every file is a memory.
-  TempDir dir;
-  ExportTree()
-      .json("memories_history.json", {{"Saved Media", {historyEntry("2019-07-04 10:00:00")}}})
-      .photo("2019-07-04_a-main.jpg")
-      .writeFolder(dir / "export");
-  const ScanResultPtr result = scanUnchanged(dir, dir / "export");
-  ASSERT_EQ(result->files.size(), 1u);
-  EXPECT_EQ(result->summary.matchedByDate, 1);
 }
 
 }  // namespace

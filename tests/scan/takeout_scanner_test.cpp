@@ -25,7 +25,7 @@ nlohmann::json summaryWith(const std::string& counters) {
   return summary;
 }
 
-// Scans `tree` written as a folder, checking the export is left exactly as it was.
+// Scans, checking the export is left exactly as it was.
 class TakeoutScanTest : public ::testing::Test {
  protected:
   ScanResultPtr scan(const std::vector<std::filesystem::path>& inputs) {
@@ -37,10 +37,6 @@ class TakeoutScanTest : public ::testing::Test {
   ScanResultPtr scanFolder(const ExportTree& tree) {
     tree.writeFolder(dir_ / "export");
     return scan({dir_ / "export"});
-  }
-  ScanResultPtr scanZip(const ExportTree& tree) {
-    tree.writeZip(dir_ / "takeout-001.zip");
-    return scan({dir_ / "takeout-001.zip"});
   }
   static const MediaFile& byName(const ScanResult& result, const std::string& name) {
     for (const auto& file : result.files) {
@@ -64,11 +60,13 @@ TEST_F(TakeoutScanTest, MergesCopiesAndCollectsAlbumsInFolderOrder) {
       .photo(kRoot + "Summer(1)/IMG_3.JPG")
       .json(kRoot + "Summer(1)/metadata.json", {{"title", "Summer"}})
       .json(kRoot + "Family/IMG_1.JPG.json", takeoutSidecar("IMG_1.JPG", 1560000000));
-  for (const ScanResultPtr& result : {scanFolder(tree), scanZip(tree)}) {
-    SCOPED_TRACE(result->summary.zipParts ? "zip" : "folder");
+  tree.writeZip(dir_ / "p1.zip");
+  ExportTree().text("__MACOSX/Takeout/._a.jpg", "fork").writeZip(dir_ / "p2.zip");  // no files
+  for (const ScanResultPtr& result : {scanFolder(tree), scan({dir_ / "p1.zip", dir_ / "p2.zip"})}) {
+    SCOPED_TRACE(result->inputs.size() == 2 ? "zip" : "folder");
+    EXPECT_EQ(result->summary.zipParts, result->inputs.size() == 2 ? 1 : 0);
     ASSERT_EQ(result->files.size(), 4u);
     const MediaFile& one = byName(*result, "IMG_1.JPG");
-    EXPECT_EQ(one.id, 0);
     EXPECT_EQ(one.source->logicalPath(), "Photos from 2019/IMG_1.JPG");
     EXPECT_EQ(one.duplicates.size(), 3u);
     EXPECT_EQ(one.albums, (std::vector<std::string>{"Family", "Paris"}));
@@ -85,26 +83,12 @@ TEST_F(TakeoutScanTest, MergesCopiesAndCollectsAlbumsInFolderOrder) {
 }
 
 TEST(FolderClassifierTest, ClassifiesYearSpecialAndAlbumFolders) {
-  const struct {
-    std::string folder;
-    FolderRole role;
-  } cases[] = {
-      {"", FolderRole::root()},
-      {"Zdjęcia z 2019", FolderRole::year()},
-      {"Archive/2019", FolderRole::year()},
-      {"Photos from 1799", FolderRole::album("Photos from 1799")},
-      {"Photos from 2019 (1)", FolderRole::album("Photos from 2019 (1)")},
-      {"PAPIERKORB", FolderRole::special("PAPIERKORB")},
-      {"Locked Folder", FolderRole::special("Locked Folder")},
-      {"Archive/Old", FolderRole::album("Old")},
-      {"Trip/Trash", FolderRole::album("Trash")},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.folder);
-    EXPECT_EQ(FolderClassifier::classify(c.folder, std::nullopt), c.role);
-  }
-  EXPECT_EQ(FolderClassifier::classify("Trash", TakeoutAlbumInfo{"Best", std::nullopt}),
-            FolderRole::album("Best"));
+  using FolderClassifier::classify;
+  EXPECT_EQ(classify("Archive/Zdjęcia z 2019", std::nullopt), FolderRole::year());
+  EXPECT_EQ(classify("Photos from 1799", std::nullopt), FolderRole::album("Photos from 1799"));
+  EXPECT_EQ(classify("PAPIERKORB", std::nullopt), FolderRole::special("PAPIERKORB"));
+  EXPECT_EQ(classify("Trip/Trash", std::nullopt), FolderRole::album("Trash"));
+  EXPECT_EQ(classify("Trash", TakeoutAlbumInfo{"Best", std::nullopt}), FolderRole::album("Best"));
 }
 
 TEST_F(TakeoutScanTest, GroupsLivePhotosMotionPhotosAndEdits) {
@@ -165,7 +149,6 @@ TEST_F(TakeoutScanTest, MatchesSidecarsAndCountsWhatPhotosLackAndWhatCanBeRestor
             "IMG_1.jpg.supplemental-metadata.json");
   EXPECT_EQ(byName(*result, "IMG_2(1).jpg").sidecarName, "IMG_2.jpg.supplemental-metadata(1).json");
   EXPECT_EQ(byName(*result, longName).sidecarName, longName.substr(0, 46) + ".json");
-  EXPECT_TRUE(byName(*result, "a.jpg").embedded->captureDate.has_value());
   EXPECT_FALSE(byName(*result, "e.mp4").embedded.has_value());  // videos are never read here
   // Orphans: lonely.jpg only (IMG_1's counts as used once); unreadable: broken.json.
   EXPECT_EQ(nlohmann::json(result->summary), summaryWith(R"({"sourceFiles": 16, "mediaFiles": 7,
@@ -175,17 +158,10 @@ TEST_F(TakeoutScanTest, MatchesSidecarsAndCountsWhatPhotosLackAndWhatCanBeRestor
       "unreadableJSON": 1})"));
 }
 
-TEST_F(TakeoutScanTest, CountsZipPartsThatContributedAndFailsOnACopyItCannotCompare) {
-  ExportTree().photo(kRoot + "Photos from 2019/a.jpg").writeZip(dir_ / "p1.zip");
-  ExportTree().photo(kRoot + "Album/b.jpg", "plain.jpg", "b").writeZip(dir_ / "p2.zip");
-  ExportTree().text("__MACOSX/Takeout/._a.jpg", "fork").writeZip(dir_ / "p3.zip");
-  const ScanResultPtr result = scan({dir_ / "p1.zip", dir_ / "p2.zip", dir_ / "p3.zip"});
-  EXPECT_EQ(result->summary.zipParts, 2);
-  EXPECT_EQ(result->summary.mediaFiles, 2);
-
+TEST_F(TakeoutScanTest, FailsWhenACopyCannotBeReadForComparison) {
   ExportTree()
       .photo(kRoot + "Photos from 2019/a.jpg")
-      .photo(kRoot + "Album/a.jpg")
+      .photo(kRoot + "A/a.jpg")
       .writeZip(dir_ / "part.zip");
   Bytes bytes = testing::readFile(dir_ / "part.zip");
   // Damage the first entry's data: its checksum fails when the copies are compared.
@@ -212,7 +188,6 @@ TEST_F(TakeoutScanTest, SurvivesHostileInputAndReadsJsonJustUnderFiveMillionByte
             }())
       .photo(f + "\u5199\u771f.jpg")  // Japanese
       .json(f + "\u5199\u771f.jpg.json", takeoutSidecar("\u5199\u771f.jpg", 1.6e9))
-      .photo(f + "\u0635\u0648\u0631\u0629.jpg", "plain.jpg", "ar")  // Arabic
       .text(f + "not-a-photo.jpg", "plain text with a photo's name")
       .text(f + "\xff\xfe broken name.jpg", "bytes that are not UTF-8");
   for (int i = 0; i < 1500; ++i)
@@ -224,7 +199,7 @@ TEST_F(TakeoutScanTest, SurvivesHostileInputAndReadsJsonJustUnderFiveMillionByte
   EXPECT_TRUE(byName(*result, "a.jpg").sidecar.has_value());
   EXPECT_FALSE(byName(*result, "b.jpg").sidecar.has_value());
   EXPECT_EQ(result->summary.unreadableJSON, 4);
-  EXPECT_EQ(result->summary.mediaFiles, 1507);
+  EXPECT_EQ(result->summary.mediaFiles, 1506);
   EXPECT_TRUE(byName(*result, "\u5199\u771f.jpg").sidecar.has_value());
   EXPECT_FALSE(byName(*result, "not-a-photo.jpg").embedded.has_value());
   EXPECT_EQ(byName(*result, "inner.jpg").albums, std::vector<std::string>{"Nested"});
