@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <tuple>
 
 #include "tests/support/run_command.h"
 #include "tests/support/temp_dir.h"
@@ -82,20 +83,17 @@ TEST(ScanCommandTest, ExitsWithTwoWhenNothingCanBeScanned) {
   std::filesystem::create_directories(dir / "empty");
   testing::writeFile(dir / "broken.zip", testing::toBytes("PK but not really"));
   const auto before = testing::snapshotTree(dir.path());
-  const struct {
-    std::vector<std::string> args;
-    std::string err;  // the start of stderr
-  } cases[] = {
+  const std::tuple<std::vector<std::string>, std::string> cases[] = {
       {{"scan", "--quiet", (dir / "empty").string()},
        "No photos or videos were found in the selected export.\n"},
       {{"scan", "--quiet", (dir / "broken.zip").string()}, "broken.zip isn't a zip file.\n"},
       {{"scan"}, "Usage: quillmere-cli scan"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.err);
-    const auto result = cli(c.args);
+  for (const auto& [args, err] : cases) {
+    SCOPED_TRACE(err);
+    const auto result = cli(args);
     EXPECT_EQ(result.exitCode, 2);
-    EXPECT_EQ(result.err.substr(0, c.err.size()), c.err);
+    EXPECT_EQ(result.err.substr(0, err.size()), err);
     EXPECT_EQ(result.out, "");
   }
   EXPECT_EQ(testing::snapshotTree(dir.path()), before);
@@ -146,25 +144,19 @@ TEST(InspectCommandTest, WritesOneJSONLinePerFileWithNullsForWhatIsMissing) {
 }
 
 TEST(ZoneCommandTest, PrintsTheZoneAndItsOffsetOrExitsWithTwo) {
-  const struct {
-    std::vector<std::string> args;
-    int exitCode;
-    std::string out;
-  } cases[] = {
-      {{"48.8566", "2.3522"}, 0, "Europe/Paris\n"},
-      {{"48.8566", "2.3522", "2021-07-15T10:00:00Z"}, 0, "Europe/Paris\t+02:00\n"},
-      {{"-43.9535", "-176.5597", "2021-07-15T00:00:00Z"}, 0, "Pacific/Chatham\t+12:45\n"},
-      {{"30", "-40", "2021-01-15T00:00:00Z"}, 0, "Etc/GMT+3\t-03:00\n"},
-      {{"48.8", "east"}, 2, ""},
-      {{"48.8", "2.3", "2021-07-15"}, 2, ""},
+  const std::tuple<std::vector<std::string>, int, std::string> cases[] = {
+      {{"zone", "48.8566", "2.3522"}, 0, "Europe/Paris\n"},
+      {{"zone", "48.8566", "2.3522", "2021-07-15T10:00:00Z"}, 0, "Europe/Paris\t+02:00\n"},
+      {{"zone", "-43.9535", "-176.5597", "2021-07-15T00:00:00Z"}, 0, "Pacific/Chatham\t+12:45\n"},
+      {{"zone", "30", "-40", "2021-01-15T00:00:00Z"}, 0, "Etc/GMT+3\t-03:00\n"},
+      {{"zone", "48.8", "east"}, 2, ""},
+      {{"zone", "48.8", "2.3", "2021-07-15"}, 2, ""},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(::testing::PrintToString(c.args));
-    std::vector<std::string> args = {"zone"};
-    args.insert(args.end(), c.args.begin(), c.args.end());
+  for (const auto& [args, exitCode, out] : cases) {
+    SCOPED_TRACE(::testing::PrintToString(args));
     const auto result = cli(args);
-    EXPECT_EQ(result.exitCode, c.exitCode) << result.err;
-    EXPECT_EQ(result.out, c.out);
+    EXPECT_EQ(result.exitCode, exitCode) << result.err;
+    EXPECT_EQ(result.out, out);
   }
   EXPECT_EQ(cli({"zone", "48.8", "east"}).err.substr(0, 46),
             "quillmere-cli zone: not a position: 48.8 east\n");

@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace quillmere {
@@ -36,11 +37,7 @@ std::string repeat(std::string_view unit, int count) {
 
 TEST(SidecarMatcherTest, ScoresOfEachRule) {
   const std::string longBase = "Screenshot_20200101-123456_Some Long App Name.jpg";  // 49
-  const struct {
-    std::string base;
-    std::string stem;
-    int expected;
-  } cases[] = {
+  const std::tuple<std::string, std::string, int> cases[] = {
       {"IMG_1.JPG", "img_1.jpg.SUPPLEMENTAL-METADATA", 100},
       {"img_1.jpg", "img_1.jpg.supplemental-met", 90},
       {"img_1.jpg", "img_1.jpg.", 90},  // cut right after the dot
@@ -56,18 +53,14 @@ TEST(SidecarMatcherTest, ScoresOfEachRule) {
       {longBase, longBase + "-more", 0},
       {"", ".supplemental-metadata", 0},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE("base " + c.base + " stem " + c.stem);
-    EXPECT_EQ(SidecarMatcher::score(c.base, c.stem), c.expected);
+  for (const auto& [base, stem, expected] : cases) {
+    SCOPED_TRACE("base " + base + " stem " + stem);
+    EXPECT_EQ(SidecarMatcher::score(base, stem), expected);
   }
 }
 
 TEST(SidecarMatcherTest, DuplicateMarkers) {
-  const struct {
-    std::string text;
-    std::string stripped;
-    std::optional<std::int64_t> n;
-  } markers[] = {
+  const std::tuple<std::string, std::string, std::optional<std::int64_t>> markers[] = {
       {"IMG_1234 (12)", "IMG_1234 ", 12},
       {"IMG_(1a)", "IMG_(1a)", std::nullopt},
       {"IMG(1)(2)", "IMG(1)", 2},
@@ -79,9 +72,9 @@ TEST(SidecarMatcherTest, DuplicateMarkers) {
       // A prepended mark fuses with the "(" into one character: no parenthesis of its own.
       {"IMG\xd8\x80(1)", "IMG\xd8\x80(1)", std::nullopt},
   };
-  for (const auto& c : markers) {
-    SCOPED_TRACE("text " + c.text);
-    EXPECT_EQ(SidecarMatcher::stripDuplicateMarker(c.text), (StrippedMarker{c.stripped, c.n}));
+  for (const auto& [text, stripped, n] : markers) {
+    SCOPED_TRACE("text " + text);
+    EXPECT_EQ(SidecarMatcher::stripDuplicateMarker(text), (StrippedMarker{stripped, n}));
   }
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <tuple>
 
 #include "core/dates/iso_date.h"
 #include "core/scan/export_scanner.h"
@@ -81,11 +82,7 @@ TEST(SnapchatScanTest, MatchesByIdentifierThenDayShiftedZeroMinusOnePlusOneThenO
   const std::string dayOnly =
       "Not found in Snapchat's history; only the day is known (from the file name), time set "
       "to midday";
-  const struct {
-    std::string output;
-    std::optional<std::string> taken;  // nullopt: no date at all
-    std::optional<std::string> note;
-  } cases[] = {
+  const std::tuple<std::string, std::optional<std::string>, std::optional<std::string>> cases[] = {
       {"2019-07-04_" + idA + ".jpg", "2019-07-04T10:00:00Z", std::nullopt},
       {"2019-07-05_same.jpg", "2019-07-05T23:00:00Z", std::nullopt},
       {"2019-07-06_minus.jpg", "2019-07-07T01:00:00Z", byDate},
@@ -97,15 +94,15 @@ TEST(SnapchatScanTest, MatchesByIdentifierThenDayShiftedZeroMinusOnePlusOneThenO
       {"2021-03-03_v.mp4", "2021-03-03T12:00:00Z", dayOnly},
       {"nodate.mp4", std::nullopt, "Not found in Snapchat's history and no date in the file name"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.output);
+  for (const auto& [output, taken, note] : cases) {
+    SCOPED_TRACE(output);
     const auto file = std::find_if(result->files.begin(), result->files.end(),
-                                   [&](const auto& f) { return f->outputName == c.output; });
+                                   [&](const auto& f) { return f->outputName == output; });
     ASSERT_NE(file, result->files.end());
-    EXPECT_EQ((*file)->matchNote, c.note);
+    EXPECT_EQ((*file)->matchNote, note);
     const auto& sidecar = (*file)->sidecar;
     EXPECT_EQ(sidecar ? sidecar->photoTakenTime : std::nullopt,
-              c.taken ? std::optional(at(*c.taken)) : std::nullopt);
+              taken ? std::optional(at(*taken)) : std::nullopt);
   }
   // Orphans: the tie's other entry, the 2021 photo entry and idB.
   EXPECT_EQ(nlohmann::json(result->summary), summaryWith(R"({"sourceFiles": 11, "mediaFiles": 10,
@@ -137,21 +134,18 @@ TEST(SnapchatScanTest, PairsOverlaysWithinAFolderAndSortsByDayThenStem) {
 }
 
 TEST(ExportScannerTest, DetectsSnapchatTakeoutOrNothing) {
-  const struct {
-    std::vector<std::string> files;
-    ExportKind kind;
-  } cases[] = {
+  const std::tuple<std::vector<std::string>, ExportKind> cases[] = {
       {{"x/Memories_History.JSON", "Photos/a.jpg"}, ExportKind::snapchat},  // history anywhere
       {{"Memories/2019-07-04_a-main.jpg"}, ExportKind::snapchat},
       {{"Photos/2019-07-04_a-main.jpg"}, ExportKind::googleTakeout},  // not in memories
       {{"memories/2019-07-04_a-overlay.png"}, ExportKind::googleTakeout},
-      {{}, ExportKind::googleTakeout},
+      {std::vector<std::string>(), ExportKind::googleTakeout},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(::testing::PrintToString(c.files));
+  for (const auto& [files, kind] : cases) {
+    SCOPED_TRACE(::testing::PrintToString(files));
     TempDir tree;
-    for (const auto& file : c.files) ExportTree().text(file, "x").writeFolder(tree.path());
-    EXPECT_EQ(ExportScanner::detect(SourceCollector::collect({tree.path()})), c.kind);
+    for (const auto& file : files) ExportTree().text(file, "x").writeFolder(tree.path());
+    EXPECT_EQ(ExportScanner::detect(SourceCollector::collect({tree.path()})), kind);
   }
 }
 

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace quillmere {
@@ -59,10 +60,7 @@ TEST(TakeoutJSONTest, Classification) {
     const std::string head = "{" + kTaken + ", \"pad\": \"";
     return head + std::string(size - head.size() - 2, 'x') + "\"}";
   };
-  const struct {
-    std::string text;
-    Shape expected;
-  } cases[] = {
+  const std::tuple<std::string, Shape> cases[] = {
       {R"({"photoTakenTime": null})", Shape::photo},
       {R"({"creationTime": 1, "geoData": "here"})", Shape::photo},
       {R"({"creationTime": {"timestamp": "1"}})", Shape::other},
@@ -84,11 +82,11 @@ TEST(TakeoutJSONTest, Classification) {
       {padded(TakeoutJSON::maximumSize - 1), Shape::photo},
       {padded(TakeoutJSON::maximumSize), Shape::other},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE("json " + c.text.substr(0, 80));
-    EXPECT_EQ(shapeOf(TakeoutJSON::parse(c.text)), c.expected);
-    const std::vector<std::uint8_t> bytes(c.text.begin(), c.text.end());
-    EXPECT_EQ(TakeoutJSON::parse(bytes), TakeoutJSON::parse(c.text));
+  for (const auto& [text, expected] : cases) {
+    SCOPED_TRACE("json " + text.substr(0, 80));
+    EXPECT_EQ(shapeOf(TakeoutJSON::parse(text)), expected);
+    const std::vector<std::uint8_t> bytes(text.begin(), text.end());
+    EXPECT_EQ(TakeoutJSON::parse(bytes), TakeoutJSON::parse(text));
   }
 }
 
@@ -104,10 +102,7 @@ TEST(TakeoutJSONTest, EveryTruncationIsOther) {
 }
 
 TEST(TakeoutJSONTest, Timestamps) {
-  const struct {
-    std::string value;
-    std::optional<double> expected;
-  } cases[] = {
+  const std::tuple<std::string, std::optional<double>> cases[] = {
       {R"({"timestamp": "1546300800", "formatted": "1 Jan 2019"})", 1546300800},
       {R"({"timestamp": 1546300800.75})", 1546300800.75},
       {R"({"timestamp": ".5"})", 0.5},
@@ -118,12 +113,12 @@ TEST(TakeoutJSONTest, Timestamps) {
       {R"({"timestamp": true})", std::nullopt},  // exact JSON types only
       {R"("1546300800")", std::nullopt},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE("value " + c.value);
-    EXPECT_EQ(TakeoutJSON::timestamp(json::parse(c.value)), c.expected);
-    const TakeoutJSON parsed = TakeoutJSON::parse("{\"photoTakenTime\": " + c.value + "}");
+  for (const auto& [value, expected] : cases) {
+    SCOPED_TRACE("value " + value);
+    EXPECT_EQ(TakeoutJSON::timestamp(json::parse(value)), expected);
+    const TakeoutJSON parsed = TakeoutJSON::parse("{\"photoTakenTime\": " + value + "}");
     ASSERT_NE(parsed.photo(), nullptr);
-    EXPECT_EQ(parsed.photo()->photoTakenTime, c.expected);
+    EXPECT_EQ(parsed.photo()->photoTakenTime, expected);
   }
 }
 
