@@ -122,30 +122,7 @@ TEST(TakeoutJSONTest, Timestamps) {
   }
 }
 
-TEST(TakeoutJSONTest, Places) {
-  auto geo = [](const char* text) { return TakeoutJSON::geo(json::parse(text)); };
-  EXPECT_EQ(geo(R"({"latitude": -33, "longitude": -70, "altitude": -12})"), (Geo{-33, -70, -12}));
-  EXPECT_EQ(geo(R"({"latitude": 52.5, "longitude": 13.4, "altitude": "34"})"),
-            (Geo{52.5, 13.4, 0}));
-  EXPECT_EQ(geo(R"({"latitude": 0.0, "longitude": 0.0})"), (Geo{0, 0, 0}));  // kept, never used
-  EXPECT_EQ(geo(R"({"latitude": "52.5", "longitude": 13.4})"), std::nullopt);
-  EXPECT_EQ(geo(R"({"latitude": 52.5})"), std::nullopt);
-  EXPECT_EQ(geo(R"({"latitude": true, "longitude": false})"), std::nullopt);
-  // geoData wins unless it lies at (0, 0); only a place off (0, 0) is ever used.
-  auto best = [](std::optional<Geo> geoData, std::optional<Geo> geoDataExif) {
-    TakeoutSidecar sidecar;
-    sidecar.geoData = geoData;
-    sidecar.geoDataExif = geoDataExif;
-    return sidecar.bestGeo();
-  };
-  const Geo munich{48.1, 11.5, 519}, berlin{52.5, 13.4, 0};
-  EXPECT_EQ(best(munich, berlin), munich);
-  EXPECT_EQ(best(Geo{0, 0, 100}, berlin), berlin);
-  EXPECT_EQ(best(Geo{0, 13.4, 0}, berlin), (Geo{0, 13.4, 0}));
-  EXPECT_EQ(best(Geo{0, 0, 0}, Geo{0, 0, 0}), std::nullopt);
-}
-
-TEST(TakeoutJSONTest, FieldsOfTheWrongTypeOrBlankReadAsAbsent) {
+TEST(TakeoutJSONTest, FieldsAndPlaces) {
   auto photo = [](const std::string& members) {
     const TakeoutJSON parsed = TakeoutJSON::parse("{" + kTaken + members + "}");
     EXPECT_NE(parsed.photo(), nullptr) << members;
@@ -156,7 +133,8 @@ TEST(TakeoutJSONTest, FieldsOfTheWrongTypeOrBlankReadAsAbsent) {
            R"(, "description": " \t\r\n\u000b\u0085\u00a0\u2028\u3000")",
            R"(, "people": [{"name": "Anna"}, "Ben"])",
            R"(, "favorited": "true", "archived": 1, "trashed": [true])",
-           R"(, "geoDataExif": {"latitude": "1", "longitude": 2})",
+           R"(, "geoData": {"latitude": "1", "longitude": 2}, "geoDataExif": {"latitude": 1})",
+           R"(, "geoData": {"latitude": true, "longitude": false})",
            R"(, "unknown": {"deep": [{"title": "not mine"}]})",
        }) {
     EXPECT_EQ(photo(members), photo("")) << members;
@@ -166,6 +144,17 @@ TEST(TakeoutJSONTest, FieldsOfTheWrongTypeOrBlankReadAsAbsent) {
   EXPECT_EQ(photo(R"(, "people": [{"name": "Anna"}, {"name": 5}, {}, {"name": "Ben"}])").people,
             (std::vector<std::string>{"Anna", "Ben"}));
   EXPECT_TRUE(photo(R"(, "trashed": true)").trashed);
+  const std::string berlin = R"("geoDataExif": {"latitude": 52.5, "longitude": 13.4})";
+  EXPECT_EQ(photo(R"(, "geoData": {"latitude": -3, "longitude": -7, "altitude": "34"})").geoData,
+            (Geo{-3, -7, 0}));
+  // geoData wins unless it lies at (0, 0), which is kept but never used as a place.
+  EXPECT_EQ(photo(R"(, "geoData": {"latitude": 0, "longitude": 1}, )" + berlin).bestGeo(),
+            (Geo{0, 1, 0}));
+  const TakeoutSidecar zero =
+      photo(R"(, "geoData": {"latitude": 0, "longitude": 0, "altitude": 9}, )" + berlin);
+  EXPECT_EQ(zero.geoData, (Geo{0, 0, 9}));
+  EXPECT_EQ(zero.bestGeo(), (Geo{52.5, 13.4, 0}));
+  EXPECT_EQ(photo(R"(, "geoData": {"latitude": 0.0, "longitude": 0.0})").bestGeo(), std::nullopt);
   EXPECT_EQ(TakeoutJSON::parse(R"({"title": "Trip", "description": "Two weeks\n"})"),
             (TakeoutJSON{TakeoutAlbumInfo{"Trip", "Two weeks\n"}}));
   EXPECT_EQ(TakeoutJSON::parse(R"({"title": "Trip", "description": " \n"})"),

@@ -15,6 +15,7 @@ namespace {
 using testing::ExportTree;
 using testing::takeoutSidecar;
 using testing::TempDir;
+using namespace std::string_literals;
 
 const std::string kRoot = "Takeout/Google Photos/";
 
@@ -54,6 +55,9 @@ TEST_F(TakeoutScanTest, MergesCopiesAndCollectsAlbumsInFolderOrder) {
       .photo(kRoot + "Paris/IMG_1.JPG", "plain.jpg", "one")
       .photo(kRoot + "Family/IMG_1.JPG", "plain.jpg", "one")
       .photo(kRoot + "Trash/IMG_1.JPG", "plain.jpg", "one")
+      .photo(kRoot + "PAPIERKORB/IMG_1.JPG", "plain.jpg", "one")
+      .photo(kRoot + "Archive/Zdjęcia z 2019/IMG_1.JPG", "plain.jpg", "one")
+      .photo(kRoot + "Photos from 1799/IMG_1.JPG", "plain.jpg", "one")  // not a year
       // Same name and size, other content: stays a file of its own.
       .photo(kRoot + "Paris/IMG_2.JPG", "plain.jpg", "AAA")
       .photo(kRoot + "Family/IMG_2.JPG", "plain.jpg", "BBB")
@@ -67,60 +71,20 @@ TEST_F(TakeoutScanTest, MergesCopiesAndCollectsAlbumsInFolderOrder) {
     EXPECT_EQ(result->summary.zipParts, result->inputs.size() == 2 ? 1 : 0);
     ASSERT_EQ(result->files.size(), 4u);
     const MediaFile& one = byName(*result, "IMG_1.JPG");
-    EXPECT_EQ(one.source->logicalPath(), "Photos from 2019/IMG_1.JPG");
-    EXPECT_EQ(one.duplicates.size(), 3u);
-    EXPECT_EQ(one.albums, (std::vector<std::string>{"Family", "Paris"}));
-    EXPECT_EQ(one.specialFolders, std::vector<std::string>{"Trash"});
+    EXPECT_EQ(one.source->logicalPath(), "Archive/Zdjęcia z 2019/IMG_1.JPG");  // years first
+    EXPECT_EQ(one.duplicates.size(), 6u);
+    EXPECT_EQ(one.albums, (std::vector<std::string>{"Family", "Paris", "Photos from 1799"}));
+    EXPECT_EQ(one.specialFolders, (std::vector<std::string>{"PAPIERKORB", "Trash"}));
     // The album copy's sidecar fills in for the year copy that had none.
     EXPECT_EQ(one.sidecarName, "IMG_1.JPG.json");
     EXPECT_EQ(result->files[1]->source->logicalPath(), "Family/IMG_2.JPG");
-    EXPECT_EQ(result->files[2]->source->logicalPath(), "Paris/IMG_2.JPG");
     EXPECT_EQ(byName(*result, "IMG_3.JPG").albums, std::vector<std::string>{"Summer"});
-    EXPECT_EQ(result->summary.duplicateCopies, 3);
-    EXPECT_EQ(result->summary.albums, 3);
-    EXPECT_EQ(result->albums.at("Family").size(), 2u);
+    EXPECT_EQ(result->summary.duplicateCopies, 6);
+    EXPECT_EQ(result->summary.albums, 4);
   }
 }
 
-TEST(FolderClassifierTest, ClassifiesYearSpecialAndAlbumFolders) {
-  using FolderClassifier::classify;
-  EXPECT_EQ(classify("Archive/Zdjęcia z 2019", std::nullopt), FolderRole::year());
-  EXPECT_EQ(classify("Photos from 1799", std::nullopt), FolderRole::album("Photos from 1799"));
-  EXPECT_EQ(classify("PAPIERKORB", std::nullopt), FolderRole::special("PAPIERKORB"));
-  EXPECT_EQ(classify("Trip/Trash", std::nullopt), FolderRole::album("Trash"));
-  EXPECT_EQ(classify("Trash", TakeoutAlbumInfo{"Best", std::nullopt}), FolderRole::album("Best"));
-}
-
-TEST_F(TakeoutScanTest, GroupsLivePhotosMotionPhotosAndEdits) {
-  const std::string f = kRoot + "Photos from 2021/";
-  ExportTree tree;
-  tree.photo(f + "IMG_10.HEIC", "plain.jpg", "10")
-      .text(f + "IMG_10.MOV", "movie 10")
-      .photo(f + "IMG_10-edited.HEIC", "plain.jpg", "10e")
-      .photo(f + "IMG_11.JPG", "plain.jpg", "11")
-      .photo(f + "IMG_11-bearbeitet.JPG", "plain.jpg", "11b")
-      .photo(f + "PXL_20210101_120000000.jpg", "plain.jpg", "p")
-      .text(f + "PXL_20210101_120000000.MP", "mp")
-      .photo(f + "MVIMG_1.jpg", "plain.jpg", "m")
-      .text(f + "MVIMG_1.mp4", "m4")
-      .photo(f + "IMG_12.JPG", "plain.jpg", "12")
-      .photo(kRoot + "Other/IMG_12.MOV", "plain.jpg", "12m");
-  const ScanResultPtr result = scanFolder(tree);
-  std::map<std::string, std::string> units;  // first file -> kind and size
-  for (const MediaUnit& unit : result->units) {
-    units[unit.files.front()->fileName()] =
-        std::string(rawValue(unit.kind)) + std::to_string(unit.files.size());
-  }
-  EXPECT_EQ(units,
-            (std::map<std::string, std::string>{{"IMG_10-edited.HEIC", "livePhoto3"},
-                                                {"IMG_11-bearbeitet.JPG", "editedWithOriginal2"},
-                                                {"MVIMG_1.jpg", "motionPhoto2"},
-                                                {"PXL_20210101_120000000.MP", "motionPhoto2"},
-                                                {"IMG_12.JPG", "single1"},  // other folder
-                                                {"IMG_12.MOV", "single1"}}));
-}
-
-TEST_F(TakeoutScanTest, MatchesSidecarsAndCountsWhatPhotosLackAndWhatCanBeRestored) {
+TEST_F(TakeoutScanTest, MatchesSidecarsGroupsItemsAndCountsWhatCanBeRestored) {
   const std::string f = kRoot + "Photos from 2020/";
   const std::string longName = "Holiday at the beach with the whole family 2020.jpg";
   nlohmann::json exifOnly = takeoutSidecar("c.jpg", std::nullopt, std::pair{0.0, 0.0}, "Caption");
@@ -142,8 +106,30 @@ TEST_F(TakeoutScanTest, MatchesSidecarsAndCountsWhatPhotosLackAndWhatCanBeRestor
       .text(f + "broken.json", "{\"title\": ")
       .text(f + "print-subscriptions.json", "[]")  // ignored by name, never read
       .text(f + ".hidden.jpg", "x")                // never collected
-      .text(kRoot + "archive_browser.html", "<html>");
+      .text(kRoot + "archive_browser.html", "<html>")
+      .photo(f + "IMG_10.HEIC", "plain.jpg", "10")
+      .text(f + "IMG_10.MOV", "movie 10")
+      .photo(f + "IMG_10-edited.HEIC", "plain.jpg", "10e")
+      .photo(f + "IMG_11-bearbeitet.JPG", "plain.jpg", "11b")
+      .photo(f + "IMG_11.JPG", "plain.jpg", "11")
+      .photo(f + "PXL_20210101_120000000.jpg", "plain.jpg", "p")
+      .text(f + "PXL_20210101_120000000.MP", "mp")
+      .photo(f + "MVIMG_1.jpg", "plain.jpg", "m")
+      .text(f + "MVIMG_1.mp4", "m4")
+      .photo(f + "IMG_12.JPG", "plain.jpg", "12")
+      .photo(kRoot + "Other/IMG_12.MOV", "plain.jpg", "12m");  // another folder: no pair
   const ScanResultPtr result = scanFolder(tree);
+  std::map<std::string, std::string> units;  // first file -> kind and size
+  for (const MediaUnit& unit : result->units) {
+    units[unit.files.front()->fileName()] =
+        std::string(rawValue(unit.kind)) + std::to_string(unit.files.size());
+  }
+  EXPECT_EQ(units["IMG_1-edited.jpg"], "editedWithOriginal2");
+  EXPECT_EQ(units["IMG_10-edited.HEIC"], "livePhoto3");
+  EXPECT_EQ(units["IMG_11-bearbeitet.JPG"], "editedWithOriginal2");
+  EXPECT_EQ(units["MVIMG_1.jpg"], "motionPhoto2");
+  EXPECT_EQ(units["PXL_20210101_120000000.MP"], "motionPhoto2");
+  EXPECT_EQ(units["IMG_12.MOV"], "single1");
   EXPECT_EQ(byName(*result, "IMG_1.jpg").sidecarName, "IMG_1.jpg.supplemental-metadata.json");
   EXPECT_EQ(byName(*result, "IMG_1-edited.jpg").sidecarName,
             "IMG_1.jpg.supplemental-metadata.json");
@@ -151,10 +137,10 @@ TEST_F(TakeoutScanTest, MatchesSidecarsAndCountsWhatPhotosLackAndWhatCanBeRestor
   EXPECT_EQ(byName(*result, longName).sidecarName, longName.substr(0, 46) + ".json");
   EXPECT_FALSE(byName(*result, "e.mp4").embedded.has_value());  // videos are never read here
   // Orphans: lonely.jpg only (IMG_1's counts as used once); unreadable: broken.json.
-  EXPECT_EQ(nlohmann::json(result->summary), summaryWith(R"({"sourceFiles": 16, "mediaFiles": 7,
-      "photos": 6, "videos": 1, "items": 6, "withSidecar": 6, "withoutSidecar": 1,
-      "photosMissingDate": 5, "datesRecoverable": 3, "photosMissingLocation": 5,
-      "locationsRecoverable": 1, "captionsInTakeout": 2, "orphanSidecars": 1,
+  EXPECT_EQ(nlohmann::json(result->summary), summaryWith(R"({"sourceFiles": 27, "mediaFiles": 18,
+      "photos": 13, "videos": 5, "items": 12, "withSidecar": 6, "withoutSidecar": 12,
+      "photosMissingDate": 12, "datesRecoverable": 3, "photosMissingLocation": 12,
+      "locationsRecoverable": 1, "captionsInTakeout": 2, "albums": 1, "orphanSidecars": 1,
       "unreadableJSON": 1})"));
 }
 
@@ -181,11 +167,7 @@ TEST_F(TakeoutScanTest, SurvivesHostileInputAndReadsJsonJustUnderFiveMillionByte
   tree.photo(f + "b.jpg", "plain.jpg", "b").text(f + "b.jpg.json", padded("b.jpg", 5'000'000));
   tree.text(f + "bomb.json", std::string(200'000, '[') + std::string(200'000, ']'))
       .text(f + "wide.json", "[" + std::string(4'000'000, '1').insert(1, ",") + "]")
-      .text(f + "nul.json",
-            [] {
-              static constexpr char kNul[] = "{\"title\": \"x\"}\0garbage";
-              return std::string(kNul, sizeof kNul - 1);
-            }())
+      .text(f + "nul.json", "{\"title\": \"x\"}\0garbage"s)
       .photo(f + "\u5199\u771f.jpg")  // Japanese
       .json(f + "\u5199\u771f.jpg.json", takeoutSidecar("\u5199\u771f.jpg", 1.6e9))
       .text(f + "not-a-photo.jpg", "plain text with a photo's name")
