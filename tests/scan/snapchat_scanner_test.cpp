@@ -38,14 +38,6 @@ nlohmann::json historyEntry(const std::string& date, const std::string& type = "
   return e;
 }
 
-// Scans `inputs` under `dir`, checking the export is left exactly as it was.
-ScanResultPtr scanUnchanged(const TempDir& dir, const std::filesystem::path& input) {
-  const auto before = testing::snapshotTree(dir.path());
-  ScanResultPtr result = ExportScanner::scan({input});
-  EXPECT_EQ(testing::snapshotTree(dir.path()), before);
-  return result;
-}
-
 TEST(SnapchatScanTest, MatchesByIdentifierThenDayShiftedZeroMinusOnePlusOneThenOrder) {
   const std::string idA = "aaaaaaaa-0000-0000-0000-000000000001";
   const std::string idB = "bbbbbbbb-0000-0000-0000-000000000002";
@@ -71,10 +63,22 @@ TEST(SnapchatScanTest, MatchesByIdentifierThenDayShiftedZeroMinusOnePlusOneThenO
         "2019-07-10_tie"s, "2020-02-02_x1"s, "2020-02-02_x2"s, "2020-02-02_x3"s})
     tree.photo(stem + "-main.jpg", "plain.jpg", stem);  // no memories folder: every file counts
   tree.text("2021-03-03_v-main.mp4", "movie").text("nodate-main.mp4", "2");
+  tree.photo("2019-07-04_" + idA + "-overlay.png", "plain.jpg", "overlay")
+      .photo("2019-07-04_lonely-overlay.png", "plain.jpg", "lonely")
+      .photo("a/2018-01-01_z-main.jpg", "plain.jpg", "z")
+      .photo("b/2018-01-01_z-overlay.png", "plain.jpg", "z overlay");  // another folder: no pair
   tree.writeFolder(dir / "export");
-  const ScanResultPtr result = scanUnchanged(dir, dir / "export");
+  const auto before = testing::snapshotTree(dir.path());
+  const ScanResultPtr result = ExportScanner::scan({dir / "export"});
+  EXPECT_EQ(testing::snapshotTree(dir.path()), before);
   ASSERT_EQ(result->kind, ExportKind::snapchat);
-  ASSERT_EQ(result->files.size(), 10u);
+  ASSERT_EQ(result->files.size(), 11u);
+  // Sorted by day (undated first), then stem; an overlay pairs within its own folder only.
+  EXPECT_EQ(result->files[0]->outputName, "nodate.mp4");
+  EXPECT_EQ(result->files[1]->outputName, "2018-01-01_z.jpg");
+  EXPECT_EQ(result->files[1]->overlay, nullptr);
+  ASSERT_NE(result->files[2]->overlay, nullptr);
+  EXPECT_EQ(result->files[2]->overlay->logicalPath(), "2019-07-04_" + idA + "-overlay.png");
 
   const std::string byDate = "Matched to Snapchat's history by date";
   const std::string byOrder =
@@ -91,6 +95,7 @@ TEST(SnapchatScanTest, MatchesByIdentifierThenDayShiftedZeroMinusOnePlusOneThenO
       {"2020-02-02_x1.jpg", "2020-02-02T08:00:00Z", byOrder},
       {"2020-02-02_x2.jpg", "2020-02-02T09:00:00Z", byOrder},
       {"2020-02-02_x3.jpg", "2020-02-02T12:00:00Z", dayOnly},
+      {"2018-01-01_z.jpg", "2018-01-01T12:00:00Z", dayOnly},
       {"2021-03-03_v.mp4", "2021-03-03T12:00:00Z", dayOnly},
       {"nodate.mp4", std::nullopt, "Not found in Snapchat's history and no date in the file name"},
   };
@@ -105,32 +110,11 @@ TEST(SnapchatScanTest, MatchesByIdentifierThenDayShiftedZeroMinusOnePlusOneThenO
               taken ? std::optional(at(*taken)) : std::nullopt);
   }
   // Orphans: the tie's other entry, the 2021 photo entry and idB.
-  EXPECT_EQ(nlohmann::json(result->summary), summaryWith(R"({"sourceFiles": 11, "mediaFiles": 10,
-      "photos": 8, "videos": 2, "items": 10, "withSidecar": 7, "withoutSidecar": 3,
-      "photosMissingDate": 8, "datesRecoverable": 8, "photosMissingLocation": 8,
-      "locationsRecoverable": 7, "orphanSidecars": 3, "historyEntries": 10, "matchedExact": 1,
-      "matchedByDate": 4, "matchedByOrder": 2, "dayOnly": 2})"));
-}
-
-TEST(SnapchatScanTest, PairsOverlaysWithinAFolderAndSortsByDayThenStem) {
-  TempDir dir;
-  ExportTree()
-      .text("memories/2019-07-04_x-main.mp4", "movie")
-      .photo("memories/2019-07-04_x-overlay.png", "plain.jpg", "overlay")
-      .photo("memories/b/2019-07-04_x-overlay.png", "plain.jpg", "other folder")
-      .photo("memories/a/2019-07-04_x-main.jpg")
-      .photo("memories/2018-01-01_z-main.jpg", "plain.jpg", "z")
-      .photo("memories/2019-07-04_lonely-overlay.png", "plain.jpg", "lonely")
-      .writeZip(dir / "mydata.zip");
-  const ScanResultPtr result = scanUnchanged(dir, dir / "mydata.zip");
-  ASSERT_EQ(result->files.size(), 3u);
-  EXPECT_EQ(result->files[0]->outputName, "2018-01-01_z.jpg");
-  EXPECT_EQ(result->files[1]->source->logicalPath(), "memories/2019-07-04_x-main.mp4");
-  ASSERT_NE(result->files[1]->overlay, nullptr);
-  EXPECT_EQ(result->files[1]->overlay->logicalPath(), "memories/2019-07-04_x-overlay.png");
-  EXPECT_EQ(result->files[2]->overlay, nullptr);  // its overlay lies in another folder
-  EXPECT_EQ(result->summary.overlays, 1);
-  EXPECT_EQ(result->summary.zipParts, 1);
+  EXPECT_EQ(nlohmann::json(result->summary), summaryWith(R"({"sourceFiles": 15, "mediaFiles": 11,
+      "photos": 9, "videos": 2, "items": 11, "withSidecar": 7, "withoutSidecar": 4,
+      "photosMissingDate": 9, "datesRecoverable": 9, "photosMissingLocation": 9,
+      "locationsRecoverable": 7, "orphanSidecars": 3, "overlays": 1, "historyEntries": 10,
+      "matchedExact": 1, "matchedByDate": 4, "matchedByOrder": 2, "dayOnly": 3})"));
 }
 
 TEST(ExportScannerTest, DetectsSnapchatTakeoutOrNothing) {

@@ -68,8 +68,6 @@ TEST(TakeoutJSONTest, Classification) {
       {R"({"nested": {"photoTakenTime": {}}})", Shape::other},
       {R"({"title": 1, "title": "Trip"})", Shape::album},   // the last of a repeated key counts
       {"\xEF\xBB\xBF{\"title\": \"Trip\"}", Shape::album},  // UTF-8 byte order mark
-      {"[{" + kTaken + "}]", Shape::other},
-      {"{" + kTaken + "} {}", Shape::other},
       {R"({"photoTakenTime": {"timestamp": 1e400}})", Shape::other},  // beyond double range
       {"{\"title\": \"Tr\xff\xfeip\"}", Shape::other},                // ill-formed UTF-8
       {R"({"title": "\ud800"})", Shape::other},                       // unpaired surrogate escape

