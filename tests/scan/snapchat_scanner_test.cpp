@@ -29,13 +29,11 @@ nlohmann::json summaryWith(const std::string& counters) {
 }
 
 // One history entry as the export writes it.
-nlohmann::json historyEntry(const std::string& date, const std::string& type = "Image",
-                            const std::string& id = "") {
-  nlohmann::json e = {{"Date", date + " UTC"},
-                      {"Media Type", type},
-                      {"Location", "Latitude, Longitude: 48.85, 2.35"}};
-  if (!id.empty()) e["Download Link"] = "https://app.snapchat.com/dmd/memories?mid=" + id;
-  return e;
+nlohmann::json historyEntry(const std::string& date, const std::string& id = "") {
+  return {{"Date", date + " UTC"},
+          {"Media Type", "Image"},
+          {"Location", "Latitude, Longitude: 48.85, 2.35"},
+          {"Download Link", "https://app.snapchat.com/dmd/memories?mid=" + id}};
 }
 
 TEST(SnapchatScanTest, MatchesByIdentifierThenDayShiftedZeroMinusOnePlusOneThenOrder) {
@@ -44,7 +42,7 @@ TEST(SnapchatScanTest, MatchesByIdentifierThenDayShiftedZeroMinusOnePlusOneThenO
   const nlohmann::json history = {
       {"Saved Media",
        {
-           historyEntry("2019-07-04 10:00:00", "Image", idA),
+           historyEntry("2019-07-04 10:00:00", idA),
            historyEntry("2019-07-05 23:00:00"),
            historyEntry("2019-07-07 01:00:00"),  // a day after the file's day
            historyEntry("2019-08-09 23:00:00"),  // a day before
@@ -53,7 +51,7 @@ TEST(SnapchatScanTest, MatchesByIdentifierThenDayShiftedZeroMinusOnePlusOneThenO
            historyEntry("2020-02-02 09:00:00"),  // two entries, three files that day
            historyEntry("2020-02-02 08:00:00"),
            historyEntry("2021-03-03 12:00:00"),  // a photo's entry: never a video's
-           historyEntry("2022-01-01 00:00:00", "Image", idB),
+           historyEntry("2022-01-01 00:00:00", idB),
        }}};
   TempDir dir;
   ExportTree tree;

@@ -2,12 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <tuple>
 #include <vector>
+
+#include "tests/support/zip_builder.h"
 
 namespace quillmere {
 namespace {
@@ -23,16 +23,15 @@ Shape shapeOf(const TakeoutJSON& parsed) {
 }
 
 std::string readTestFile(const std::string& name) {
-  std::ifstream in(std::string(QUILLMERE_TEST_DATA) + "/takeout/" + name, std::ios::binary);
-  EXPECT_TRUE(in) << name;
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  const Bytes bytes = testing::readFile(std::string(QUILLMERE_TEST_DATA) + "/takeout/" + name);
+  return {bytes.begin(), bytes.end()};
 }
 
 const std::string kTaken = R"("photoTakenTime": {"timestamp": "1546300800"})";
 
-TEST(TakeoutJSONTest, GoogleFiles) {
-  const TakeoutJSON parsed =
-      TakeoutJSON::parse(readTestFile("IMG_20190714_183012.jpg.supplemental-metadata.json"));
+TEST(TakeoutJSONTest, GoogleFilesAndEveryTruncationOfOne) {
+  const std::string full = readTestFile("IMG_20190714_183012.jpg.supplemental-metadata.json");
+  const TakeoutJSON parsed = TakeoutJSON::parse(full);
   ASSERT_NE(parsed.photo(), nullptr);
   TakeoutSidecar expected;
   expected.title = "IMG_20190714_183012.jpg";
@@ -44,6 +43,13 @@ TEST(TakeoutJSONTest, GoogleFiles) {
   expected.people = {"Anna Müller", "Jörg"};
   expected.favorited = true;
   EXPECT_EQ(*parsed.photo(), expected);
+  // A trailing line break is the only thing that can go without making the JSON incomplete.
+  const std::size_t complete = full.find_last_of('}') + 1;
+  for (std::size_t length = 0; length < complete; ++length) {
+    SCOPED_TRACE("length " + std::to_string(length));
+    EXPECT_TRUE(TakeoutJSON::parse(std::string_view(full).substr(0, length)).isOther());
+  }
+  EXPECT_NE(TakeoutJSON::parse(std::string_view(full).substr(0, complete)).photo(), nullptr);
 
   EXPECT_EQ(TakeoutJSON::parse(readTestFile("metadata.json")),
             (TakeoutJSON{TakeoutAlbumInfo{"Sommer in München", std::nullopt}}));
@@ -86,17 +92,6 @@ TEST(TakeoutJSONTest, Classification) {
     const std::vector<std::uint8_t> bytes(text.begin(), text.end());
     EXPECT_EQ(TakeoutJSON::parse(bytes), TakeoutJSON::parse(text));
   }
-}
-
-TEST(TakeoutJSONTest, EveryTruncationIsOther) {
-  const std::string full = readTestFile("IMG_20190714_183012.jpg.supplemental-metadata.json");
-  // A trailing line break is the only thing that can go without making the JSON incomplete.
-  const std::size_t complete = full.find_last_of('}') + 1;
-  for (std::size_t length = 0; length < complete; ++length) {
-    SCOPED_TRACE("length " + std::to_string(length));
-    EXPECT_TRUE(TakeoutJSON::parse(std::string_view(full).substr(0, length)).isOther());
-  }
-  EXPECT_NE(TakeoutJSON::parse(std::string_view(full).substr(0, complete)).photo(), nullptr);
 }
 
 TEST(TakeoutJSONTest, Timestamps) {
