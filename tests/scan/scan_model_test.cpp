@@ -30,7 +30,7 @@ void expectRawValues(const std::vector<std::pair<Enum, std::string>>& table) {
   }
 }
 
-TEST(RawValueTest, RoundTripsAndRefusesUnknownText) {
+TEST(ScanModelTest, RawValuesAndSummariesRoundTripAndRefuseWhatTheyDoNotKnow) {
   expectRawValues<MediaKind>(
       {{MediaKind::photo, "photo"}, {MediaKind::video, "video"}, {MediaKind::other, "other"}});
   expectRawValues<ExportKind>(
@@ -39,9 +39,7 @@ TEST(RawValueTest, RoundTripsAndRefusesUnknownText) {
                                     {MediaUnit::Kind::livePhoto, "livePhoto"},
                                     {MediaUnit::Kind::motionPhoto, "motionPhoto"},
                                     {MediaUnit::Kind::editedWithOriginal, "editedWithOriginal"}});
-}
 
-TEST(ScanSummaryTest, JSONRoundTripAndDamagedObjects) {
   ScanSummary summary;
   std::int64_t next = 1;
   for (const auto& [name, member] : ScanSummary::fields) summary.*member = next++;

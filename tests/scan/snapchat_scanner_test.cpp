@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <iterator>
 #include <tuple>
 
 #include "core/dates/iso_date.h"
@@ -14,12 +14,9 @@
 namespace quillmere {
 namespace {
 
-using namespace SnapchatScanner;
 using testing::ExportTree;
 using testing::TempDir;
 using namespace std::string_literals;
-
-double at(const std::string& iso) { return ISODate::parse(iso)->date; }
 
 // Every counter zero but those named in `counters`, as JSON so a mismatch names its counter.
 nlohmann::json summaryWith(const std::string& counters) {
@@ -69,44 +66,40 @@ TEST(SnapchatScanTest, MatchesByIdentifierThenDayShiftedZeroMinusOnePlusOneThenO
   const auto before = testing::snapshotTree(dir.path());
   const ScanResultPtr result = ExportScanner::scan({dir / "export"});
   EXPECT_EQ(testing::snapshotTree(dir.path()), before);
-  ASSERT_EQ(result->kind, ExportKind::snapchat);
-  ASSERT_EQ(result->files.size(), 11u);
-  // Sorted by day (undated first), then stem; an overlay pairs within its own folder only.
-  EXPECT_EQ(result->files[0]->outputName, "nodate.mp4");
-  EXPECT_EQ(result->files[1]->outputName, "2018-01-01_z.jpg");
-  EXPECT_EQ(result->files[1]->overlay, nullptr);
-  ASSERT_NE(result->files[2]->overlay, nullptr);
-  EXPECT_EQ(result->files[2]->overlay->logicalPath(), "2019-07-04_" + idA + "-overlay.png");
-
   const std::string byDate = "Matched to Snapchat's history by date";
   const std::string byOrder =
       "Several Memories that day; the date is right but the time may belong to another of them";
   const std::string dayOnly =
       "Not found in Snapchat's history; only the day is known (from the file name), time set "
       "to midday";
+  // In the scan's order: by day (undated first), then stem.
   const std::tuple<std::string, std::optional<std::string>, std::optional<std::string>> cases[] = {
+      {"nodate.mp4", std::nullopt, "Not found in Snapchat's history and no date in the file name"},
+      {"2018-01-01_z.jpg", "2018-01-01T12:00:00Z", dayOnly},
       {"2019-07-04_" + idA + ".jpg", "2019-07-04T10:00:00Z", std::nullopt},
       {"2019-07-05_same.jpg", "2019-07-05T23:00:00Z", std::nullopt},
       {"2019-07-06_minus.jpg", "2019-07-07T01:00:00Z", byDate},
-      {"2019-08-10_plus.jpg", "2019-08-09T23:00:00Z", byDate},
       {"2019-07-10_tie.jpg", "2019-07-11T02:00:00Z", byDate},
+      {"2019-08-10_plus.jpg", "2019-08-09T23:00:00Z", byDate},
       {"2020-02-02_x1.jpg", "2020-02-02T08:00:00Z", byOrder},
       {"2020-02-02_x2.jpg", "2020-02-02T09:00:00Z", byOrder},
       {"2020-02-02_x3.jpg", "2020-02-02T12:00:00Z", dayOnly},
-      {"2018-01-01_z.jpg", "2018-01-01T12:00:00Z", dayOnly},
       {"2021-03-03_v.mp4", "2021-03-03T12:00:00Z", dayOnly},
-      {"nodate.mp4", std::nullopt, "Not found in Snapchat's history and no date in the file name"},
   };
-  for (const auto& [output, taken, note] : cases) {
-    SCOPED_TRACE(output);
-    const auto file = std::find_if(result->files.begin(), result->files.end(),
-                                   [&](const auto& f) { return f->outputName == output; });
-    ASSERT_NE(file, result->files.end());
-    EXPECT_EQ((*file)->matchNote, note);
-    const auto& sidecar = (*file)->sidecar;
-    EXPECT_EQ(sidecar ? sidecar->photoTakenTime : std::nullopt,
-              taken ? std::optional(at(*taken)) : std::nullopt);
+  ASSERT_EQ(result->files.size(), std::size(cases));
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    const auto& [output, taken, note] = cases[i];
+    const MediaFile& file = *result->files[i];
+    EXPECT_EQ(file.outputName, output);
+    EXPECT_EQ(file.matchNote, note) << output;
+    EXPECT_EQ(file.sidecar ? file.sidecar->photoTakenTime : std::nullopt,
+              taken ? std::optional(ISODate::parse(*taken)->date) : std::nullopt)
+        << output;
   }
+  // An overlay pairs with the main file of its own folder only.
+  EXPECT_EQ(result->files[1]->overlay, nullptr);
+  ASSERT_NE(result->files[2]->overlay, nullptr);
+  EXPECT_EQ(result->files[2]->overlay->logicalPath(), "2019-07-04_" + idA + "-overlay.png");
   // Orphans: the tie's other entry, the 2021 photo entry and idB.
   EXPECT_EQ(nlohmann::json(result->summary), summaryWith(R"({"sourceFiles": 15, "mediaFiles": 11,
       "photos": 9, "videos": 2, "items": 11, "withSidecar": 7, "withoutSidecar": 4,

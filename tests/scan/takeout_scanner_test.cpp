@@ -49,7 +49,7 @@ class TakeoutScanTest : public ::testing::Test {
   TempDir dir_;
 };
 
-TEST_F(TakeoutScanTest, MergesCopiesAndCollectsAlbumsInFolderOrder) {
+TEST_F(TakeoutScanTest, MergesCopiesAndCollectsTheirAlbumsAndSpecialFolders) {
   ExportTree tree;
   tree.photo(kRoot + "Photos from 2019/IMG_1.JPG", "plain.jpg", "one")
       .photo(kRoot + "Paris/IMG_1.JPG", "plain.jpg", "one")
@@ -135,7 +135,6 @@ TEST_F(TakeoutScanTest, MatchesSidecarsGroupsItemsAndCountsWhatCanBeRestored) {
             "IMG_1.jpg.supplemental-metadata.json");
   EXPECT_EQ(byName(*result, "IMG_2(1).jpg").sidecarName, "IMG_2.jpg.supplemental-metadata(1).json");
   EXPECT_EQ(byName(*result, longName).sidecarName, longName.substr(0, 46) + ".json");
-  EXPECT_FALSE(byName(*result, "e.mp4").embedded.has_value());  // videos are never read here
   // Orphans: lonely.jpg only (IMG_1's counts as used once); unreadable: broken.json.
   EXPECT_EQ(nlohmann::json(result->summary), summaryWith(R"({"sourceFiles": 27, "mediaFiles": 18,
       "photos": 13, "videos": 5, "items": 12, "withSidecar": 6, "withoutSidecar": 12,
@@ -145,15 +144,15 @@ TEST_F(TakeoutScanTest, MatchesSidecarsGroupsItemsAndCountsWhatCanBeRestored) {
 }
 
 TEST_F(TakeoutScanTest, FailsWhenACopyCannotBeReadForComparison) {
-  ExportTree()
-      .photo(kRoot + "Photos from 2019/a.jpg")
-      .photo(kRoot + "A/a.jpg")
-      .writeZip(dir_ / "part.zip");
-  Bytes bytes = testing::readFile(dir_ / "part.zip");
+  ExportTree tree;
+  tree.photo(kRoot + "Photos from 2019/a.jpg").photo(kRoot + "A/a.jpg").writeZip(dir_ / "p.zip");
+  Bytes bytes = testing::readFile(dir_ / "p.zip");
   // Damage the first entry's data: its checksum fails when the copies are compared.
   bytes[30 + (kRoot + "Photos from 2019/a.jpg").size() + 5] ^= 0xFF;
-  testing::writeFile(dir_ / "part.zip", bytes);
-  EXPECT_THROW(ExportScanner::scan({dir_ / "part.zip"}), QuillmereError);
+  testing::writeFile(dir_ / "p.zip", bytes);
+  const auto before = testing::snapshotTree(dir_.path());
+  EXPECT_THROW(ExportScanner::scan({dir_ / "p.zip"}), QuillmereError);
+  EXPECT_EQ(testing::snapshotTree(dir_.path()), before);
 }
 
 TEST_F(TakeoutScanTest, SurvivesHostileInputAndReadsJsonJustUnderFiveMillionBytes) {
