@@ -2,266 +2,126 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
+#include <tuple>
+
 #include "core/dates/iso_date.h"
 #include "core/scan/export_scanner.h"
 #include "core/sources/source_collector.h"
 #include "tests/support/export_tree.h"
 #include "tests/support/temp_dir.h"
-#include "tests/support/zip_builder.h"
 
 namespace quillmere {
 namespace {
 
-using namespace SnapchatScanner;
 using testing::ExportTree;
 using testing::TempDir;
+using namespace std::string_literals;
 
-double at(const std::string& iso) { return ISODate::parse(iso)->date; }
-
-TEST(SnapchatNamesTest, ParsesStemsRolesAndDays) {
-  const struct {
-    std::string name;
-    std::optional<ParsedName> expected;
-  } cases[] = {
-      {"2019-07-04_ABC-main.jpg", ParsedName{"2019-07-04_ABC", "main", "2019-07-04"}},
-      {"2019-07-04_ABC-overlay.png", ParsedName{"2019-07-04_ABC", "overlay", "2019-07-04"}},
-      {"2019-07-04_ABC_MAIN.mp4", ParsedName{"2019-07-04_ABC", "main", "2019-07-04"}},
-      {"2019-07-04_ABC overlay.png", ParsedName{"2019-07-04_ABC", "overlay", "2019-07-04"}},
-      {"2019-07-04_x.jpg", ParsedName{"2019-07-04_x", "main", "2019-07-04"}},
-      {"2019-13-45_x.jpg", ParsedName{"2019-13-45_x", "main", std::nullopt}},
-      {"1999.jpg", ParsedName{"1999", "main", std::nullopt}},
-      {"snap-main.jpg", ParsedName{"snap", "main", std::nullopt}},
-      {"IMG_0001.jpg", std::nullopt},
-      {"memories_history.json", std::nullopt},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(parseName(c.name), c.expected);
-  }
-}
-
-TEST(SnapchatHistoryTest, ParsesDatesPlacesIdentifiersAndTokens) {
-  EXPECT_EQ(parseDate("2019-07-04 15:30:12 UTC"), at("2019-07-04T15:30:12Z"));
-  EXPECT_EQ(parseDate("  2019-07-04 15:30:12  "), at("2019-07-04T15:30:12Z"));
-  EXPECT_EQ(parseDate("2019-07-04 15:30"), std::nullopt);
-  EXPECT_EQ(parseDate("yesterday at noon, roughly"), std::nullopt);
-
-  const struct {
-    std::optional<std::string> text;
-    std::optional<GeoPoint> expected;
-  } places[] = {
-      {"Latitude, Longitude: 37.7749, -122.4194", GeoPoint{37.7749, -122.4194, std::nullopt}},
-      {"Latitude, Longitude: 0.0, 0.0", std::nullopt},
-      {"Latitude, Longitude: 91.0, 10.0", std::nullopt},
-      {"only 12.5 here", std::nullopt},
-      {"- . 48.1 -- 11.5", GeoPoint{48.1, 11.5, std::nullopt}},  // runs that aren't numbers drop
-      {std::nullopt, std::nullopt},
-  };
-  for (const auto& p : places) {
-    SCOPED_TRACE(p.text.value_or("(none)"));
-    EXPECT_EQ(parseLocation(p.text), p.expected);
-  }
-
-  const std::string id = "ABCDEF12-3456-7890-abcd-ef1234567890";
-  EXPECT_EQ(uuids("x" + id + "y" + id), (std::vector<std::string>{id, id}));
-  EXPECT_TRUE(uuids("ABCDEF12-3456-7890-abcd-ef123456789").empty());
-  EXPECT_EQ(tokens("2019-07-04_" + id + "-main"),
-            (std::vector<std::string>{"2019-07-04", "2019", "07", "04", id + "-main", "ABCDEF12",
-                                      "3456", "7890", "abcd", "ef1234567890", "main", id}));
-}
-
-TEST(SnapchatHistoryTest, ReadsEveryShapeOfHistoryFile) {
-  const std::string id = "11111111-2222-3333-4444-555555555555";
-  const nlohmann::json entry = {
-      {"Date", "2020-01-02 03:04:05 UTC"},
-      {"Media Type", "Video"},
-      {"Location", "Latitude, Longitude: 1.5, 2.5"},
-      {"Download Link",
-       "https://app.snapchat.com/dmd/memories?uid=abc&sid=" + id + "&mid=SHORT&ts=1"},
-      {"Media ID", "N/A"},
-      {"Id", "plain-identifier"}};
-  const nlohmann::json undated = {{"Date", "sometime"}, {"Media Type", "Image"}};
-  auto parse = [](const nlohmann::json& value) {
-    const std::string text = value.dump();
-    return parseHistory(std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
-  };
-  const struct {
-    std::string name;
-    nlohmann::json history;
-    std::size_t count;
-  } shapes[] = {
-      {"Saved Media", {{"Saved Media", {entry, undated}}}, 1},
-      {"top-level array", nlohmann::json::array({entry, entry}), 2},
-      {"another list with dates", {{"Other", {1, 2}}, {"Stuff", {entry}}}, 1},
-      {"no list", {{"Saved Media", "none"}}, 0},
-      {"a number", 42, 0},
-  };
-  for (const auto& s : shapes) {
-    SCOPED_TRACE(s.name);
-    EXPECT_EQ(parse(s.history).size(), s.count);
-  }
-  const Entry parsed = parse({{"Saved Media", {entry}}}).at(0);
-  EXPECT_EQ(parsed.utc, at("2020-01-02T03:04:05Z"));
-  EXPECT_EQ(parsed.kind, MediaKind::video);
-  EXPECT_EQ(parsed.location, (GeoPoint{1.5, 2.5, std::nullopt}));
-  EXPECT_EQ(parsed.ids, (std::vector<std::string>{id, id, "plain-identifier"}));
-  const std::string broken = "{\"Saved Media\": [";
-  EXPECT_TRUE(
-      parseHistory(std::span(reinterpret_cast<const std::uint8_t*>(broken.data()), broken.size()))
-          .empty());
+// Every counter zero but those named in `counters`, as JSON so a mismatch names its counter.
+nlohmann::json summaryWith(const std::string& counters) {
+  nlohmann::json summary = ScanSummary();
+  summary.update(nlohmann::json::parse(counters));
+  return summary;
 }
 
 // One history entry as the export writes it.
-nlohmann::json historyEntry(const std::string& date, const std::string& type,
-                            const std::string& id = "") {
-  nlohmann::json e = {{"Date", date + " UTC"},
-                      {"Media Type", type},
-                      {"Location", "Latitude, Longitude: 48.85, 2.35"}};
-  if (!id.empty()) e["Download Link"] = "https://app.snapchat.com/dmd/memories?mid=" + id;
-  return e;
+nlohmann::json historyEntry(const std::string& date, const std::string& id = "") {
+  return {{"Date", date + " UTC"},
+          {"Media Type", "Image"},
+          {"Location", "Latitude, Longitude: 48.85, 2.35"},
+          {"Download Link", "https://app.snapchat.com/dmd/memories?mid=" + id}};
 }
 
-class SnapchatScanTest : public ::testing::Test {
- protected:
-  ScanResultPtr scan(const ExportTree& tree) {
-    tree.writeFolder(dir_ / "export");
-    const auto before = testing::snapshotTree(dir_ / "export");
-    ScanResultPtr result = ExportScanner::scan({dir_ / "export"});
-    EXPECT_EQ(testing::snapshotTree(dir_ / "export"), before);
-    return result;
-  }
-  static const MediaFile& byOutput(const ScanResult& result, const std::string& name) {
-    for (const auto& file : result.files) {
-      if (file->outputName == name) return *file;
-    }
-    throw std::runtime_error("no media file named " + name);
-  }
-  TempDir dir_;
-};
-
-TEST_F(SnapchatScanTest, MatchesByIdentifierDateOrderAndDay) {
+TEST(SnapchatScanTest, MatchesByIdentifierThenDayShiftedZeroMinusOnePlusOneThenOrder) {
   const std::string idA = "aaaaaaaa-0000-0000-0000-000000000001";
   const std::string idB = "bbbbbbbb-0000-0000-0000-000000000002";
   const nlohmann::json history = {
       {"Saved Media",
        {
-           historyEntry("2019-07-04 10:00:00", "Image", idA),
-           historyEntry("2019-07-05 01:00:00", "Image"),  // one day after 2019-07-04
-           historyEntry("2020-02-02 09:00:00", "Image"),  // two photos, three files that day
-           historyEntry("2020-02-02 08:00:00", "Image"),
-           historyEntry("2021-03-03 12:00:00", "Image"),       // photo entry: never a video's
-           historyEntry("2022-01-01 00:00:00", "Image", idB),  // unused
+           historyEntry("2019-07-04 10:00:00", idA),
+           historyEntry("2019-07-05 23:00:00"),
+           historyEntry("2019-07-07 01:00:00"),  // a day after the file's day
+           historyEntry("2019-08-09 23:00:00"),  // a day before
+           historyEntry("2019-07-09 22:00:00"),  // both sides of the day: after is tried first
+           historyEntry("2019-07-11 02:00:00"),
+           historyEntry("2020-02-02 09:00:00"),  // two entries, three files that day
+           historyEntry("2020-02-02 08:00:00"),
+           historyEntry("2021-03-03 12:00:00"),  // a photo's entry: never a video's
+           historyEntry("2022-01-01 00:00:00", idB),
        }}};
-  ExportTree tree;
-  tree.json("json/memories_history.json", history)
-      .photo("memories/2019-07-04_" + idA + "-main.jpg", "plain.jpg", "a")
-      .photo("memories/2019-07-04_other-main.jpg", "plain.jpg", "b")
-      .photo("memories/2020-02-02_x1-main.jpg", "plain.jpg", "x1")
-      .photo("memories/2020-02-02_x2-main.jpg", "plain.jpg", "x2")
-      .photo("memories/2020-02-02_x3-main.jpg", "plain.jpg", "x3")
-      .text("memories/2021-03-03_v-main.mp4", "movie")
-      .text("memories/nodate-main.mp4", "movie 2");
-  const ScanResultPtr result = scan(tree);
-  ASSERT_EQ(result->kind, ExportKind::snapchat);
-  ASSERT_EQ(result->files.size(), 7u);
-  const MediaFile& exact = byOutput(*result, "2019-07-04_" + idA + ".jpg");
-  EXPECT_EQ(exact.sidecar->photoTakenTime, at("2019-07-04T10:00:00Z"));
-  EXPECT_EQ(exact.sidecarName, "memories_history.json");
-  EXPECT_EQ(exact.sidecar->geoData, (TakeoutSidecar::Geo{48.85, 2.35, 0}));
-  EXPECT_FALSE(exact.matchNote.has_value());
-  const MediaFile& shifted = byOutput(*result, "2019-07-04_other.jpg");
-  EXPECT_EQ(shifted.sidecar->photoTakenTime, at("2019-07-05T01:00:00Z"));
-  EXPECT_EQ(shifted.matchNote, "Matched to Snapchat's history by date");
-  EXPECT_EQ(byOutput(*result, "2020-02-02_x1.jpg").sidecar->photoTakenTime,
-            at("2020-02-02T08:00:00Z"));
-  EXPECT_EQ(byOutput(*result, "2020-02-02_x2.jpg").sidecar->photoTakenTime,
-            at("2020-02-02T09:00:00Z"));
-  EXPECT_EQ(byOutput(*result, "2020-02-02_x1.jpg").matchNote,
-            "Several Memories that day; the date is right but the time may belong to another of "
-            "them");
-  const MediaFile& third = byOutput(*result, "2020-02-02_x3.jpg");
-  EXPECT_EQ(third.sidecar->photoTakenTime, at("2020-02-02T12:00:00Z"));
-  EXPECT_FALSE(third.sidecarName.has_value());
-  EXPECT_EQ(third.matchNote,
-            "Not found in Snapchat's history; only the day is known (from the file name), time "
-            "set to midday");
-  EXPECT_EQ(byOutput(*result, "2021-03-03_v.mp4").matchNote,
-            "Not found in Snapchat's history; only the day is known (from the file name), time "
-            "set to midday");
-  const MediaFile& undated = byOutput(*result, "nodate.mp4");
-  EXPECT_FALSE(undated.sidecar.has_value());
-  EXPECT_EQ(undated.matchNote, "Not found in Snapchat's history and no date in the file name");
-
-  const ScanSummary& s = result->summary;
-  EXPECT_EQ(s.historyEntries, 6);
-  EXPECT_EQ(s.matchedExact, 1);
-  EXPECT_EQ(s.matchedByDate, 1);
-  EXPECT_EQ(s.matchedByOrder, 2);
-  EXPECT_EQ(s.dayOnly, 2);
-  EXPECT_EQ(s.withSidecar, 4);
-  EXPECT_EQ(s.withoutSidecar, 3);
-  EXPECT_EQ(s.orphanSidecars, 2);  // the 2021 photo entry and idB
-  EXPECT_EQ(s.photos, 5);
-  EXPECT_EQ(s.videos, 2);
-  EXPECT_EQ(s.photosMissingDate, 5);
-  EXPECT_EQ(s.datesRecoverable, 5);
-  EXPECT_EQ(s.locationsRecoverable, 4);
-  EXPECT_EQ(result->units.size(), 7u);
-}
-
-TEST_F(SnapchatScanTest, PairsOverlaysWithinAFolderAndSortsByDayThenStem) {
-  ExportTree tree;
-  tree.text("memories/2019-07-04_x-main.mp4", "movie")
-      .photo("memories/2019-07-04_x-overlay.png", "plain.jpg", "overlay")
-      .photo("memories/b/2019-07-04_x-overlay.png", "plain.jpg", "other folder")
-      .photo("memories/a/2019-07-04_x-main.jpg")
-      .photo("memories/2018-01-01_z-main.jpg", "plain.jpg", "z")
-      .photo("memories/2019-07-04_lonely-overlay.png", "plain.jpg", "lonely");
-  const ScanResultPtr result = scan(tree);
-  ASSERT_EQ(result->files.size(), 3u);
-  EXPECT_EQ(result->files[0]->outputName, "2018-01-01_z.jpg");
-  EXPECT_EQ(result->files[1]->source->logicalPath(), "memories/2019-07-04_x-main.mp4");
-  ASSERT_NE(result->files[1]->overlay, nullptr);
-  EXPECT_EQ(result->files[1]->overlay->logicalPath(), "memories/2019-07-04_x-overlay.png");
-  EXPECT_EQ(result->files[2]->overlay, nullptr);  // its overlay lies in another folder
-  EXPECT_EQ(result->summary.overlays, 1);
-}
-
-TEST(ExportScannerTest, DetectsSnapchatByHistoryFileOrMemoryNames) {
   TempDir dir;
-  const struct {
-    std::string name;
-    std::vector<std::string> files;
-    ExportKind kind;
-  } cases[] = {
-      {"history anywhere",
-       {"x/Memories_History.JSON", "Photos from 2019/a.jpg"},
-       ExportKind::snapchat},
-      {"memory in memories", {"Memories/2019-07-04_a-main.jpg"}, ExportKind::snapchat},
-      {"memory elsewhere", {"Photos/2019-07-04_a-main.jpg"}, ExportKind::googleTakeout},
-      {"overlay only", {"memories/2019-07-04_a-overlay.png"}, ExportKind::googleTakeout},
-      {"takeout", {"Takeout/Google Photos/Photos from 2019/a.jpg"}, ExportKind::googleTakeout},
+  ExportTree tree;
+  tree.json("json/memories_history.json", history);
+  for (const std::string& stem :
+       {"2019-07-04_" + idA, "2019-07-05_same"s, "2019-07-06_minus"s, "2019-08-10_plus"s,
+        "2019-07-10_tie"s, "2020-02-02_x1"s, "2020-02-02_x2"s, "2020-02-02_x3"s})
+    tree.photo(stem + "-main.jpg", "plain.jpg", stem);  // no memories folder: every file counts
+  tree.text("2021-03-03_v-main.mp4", "movie").text("nodate-main.mp4", "2");
+  tree.photo("2019-07-04_" + idA + "-overlay.png", "plain.jpg", "overlay")
+      .photo("2019-07-04_lonely-overlay.png", "plain.jpg", "lonely")
+      .photo("a/2018-01-01_z-main.jpg", "plain.jpg", "z")
+      .photo("b/2018-01-01_z-overlay.png", "plain.jpg", "z overlay");  // another folder: no pair
+  tree.writeFolder(dir / "export");
+  const auto before = testing::snapshotTree(dir.path());
+  const ScanResultPtr result = ExportScanner::scan({dir / "export"});
+  EXPECT_EQ(testing::snapshotTree(dir.path()), before);
+  const std::string byDate = "Matched to Snapchat's history by date";
+  const std::string byOrder =
+      "Several Memories that day; the date is right but the time may belong to another of them";
+  const std::string dayOnly =
+      "Not found in Snapchat's history; only the day is known (from the file name), time set "
+      "to midday";
+  // In the scan's order: by day (undated first), then stem.
+  const std::tuple<std::string, std::optional<std::string>, std::optional<std::string>> cases[] = {
+      {"nodate.mp4", std::nullopt, "Not found in Snapchat's history and no date in the file name"},
+      {"2018-01-01_z.jpg", "2018-01-01T12:00:00Z", dayOnly},
+      {"2019-07-04_" + idA + ".jpg", "2019-07-04T10:00:00Z", std::nullopt},
+      {"2019-07-05_same.jpg", "2019-07-05T23:00:00Z", std::nullopt},
+      {"2019-07-06_minus.jpg", "2019-07-07T01:00:00Z", byDate},
+      {"2019-07-10_tie.jpg", "2019-07-11T02:00:00Z", byDate},
+      {"2019-08-10_plus.jpg", "2019-08-09T23:00:00Z", byDate},
+      {"2020-02-02_x1.jpg", "2020-02-02T08:00:00Z", byOrder},
+      {"2020-02-02_x2.jpg", "2020-02-02T09:00:00Z", byOrder},
+      {"2020-02-02_x3.jpg", "2020-02-02T12:00:00Z", dayOnly},
+      {"2021-03-03_v.mp4", "2021-03-03T12:00:00Z", dayOnly},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    TempDir tree;
-    for (const auto& file : c.files) ExportTree().text(file, "x").writeFolder(tree.path());
-    EXPECT_EQ(ExportScanner::detect(SourceCollector::collect({tree.path()})), c.kind);
+  ASSERT_EQ(result->files.size(), std::size(cases));
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    const auto& [output, taken, note] = cases[i];
+    const MediaFile& file = *result->files[i];
+    EXPECT_EQ(file.outputName, output);
+    EXPECT_EQ(file.matchNote, note) << output;
+    EXPECT_EQ(file.sidecar ? file.sidecar->photoTakenTime : std::nullopt,
+              taken ? std::optional(ISODate::parse(*taken)->date) : std::nullopt)
+        << output;
   }
+  // An overlay pairs with the main file of its own folder only.
+  EXPECT_EQ(result->files[1]->overlay, nullptr);
+  ASSERT_NE(result->files[2]->overlay, nullptr);
+  EXPECT_EQ(result->files[2]->overlay->logicalPath(), "2019-07-04_" + idA + "-overlay.png");
+  // Orphans: the tie's other entry, the 2021 photo entry and idB.
+  EXPECT_EQ(nlohmann::json(result->summary), summaryWith(R"({"sourceFiles": 15, "mediaFiles": 11,
+      "photos": 9, "videos": 2, "items": 11, "withSidecar": 7, "withoutSidecar": 4,
+      "photosMissingDate": 9, "datesRecoverable": 9, "photosMissingLocation": 9,
+      "locationsRecoverable": 7, "orphanSidecars": 3, "overlays": 1, "historyEntries": 10,
+      "matchedExact": 1, "matchedByDate": 4, "matchedByOrder": 2, "dayOnly": 3})"));
 }
 
-TEST(SnapchatScanWithoutMemoriesFolderTest, ScansEveryFile) {
-  TempDir dir;
-  ExportTree()
-      .json("memories_history.json",
-            {{"Saved Media", {historyEntry("2019-07-04 10:00:00", "Image")}}})
-      .photo("2019-07-04_a-main.jpg")
-      .writeZip(dir / "mydata.zip");
-  const ScanResultPtr result = ExportScanner::scan({dir / "mydata.zip"});
-  ASSERT_EQ(result->files.size(), 1u);
-  EXPECT_EQ(result->summary.matchedByDate, 1);
-  EXPECT_EQ(result->summary.zipParts, 1);
-  EXPECT_FALSE(result->files[0]->matchNote.has_value());
+TEST(ExportScannerTest, DetectsSnapchatTakeoutOrNothing) {
+  const std::tuple<std::vector<std::string>, ExportKind> cases[] = {
+      {{"x/Memories_History.JSON", "Photos/a.jpg"}, ExportKind::snapchat},  // history anywhere
+      {{"Memories/2019-07-04_a-main.jpg"}, ExportKind::snapchat},
+      {{"Photos/2019-07-04_a-main.jpg"}, ExportKind::googleTakeout},  // not in memories
+      {{"memories/2019-07-04_a-overlay.png"}, ExportKind::googleTakeout},
+      {std::vector<std::string>(), ExportKind::googleTakeout},
+  };
+  for (const auto& [files, kind] : cases) {
+    SCOPED_TRACE(::testing::PrintToString(files));
+    TempDir tree;
+    for (const auto& file : files) ExportTree().text(file, "x").writeFolder(tree.path());
+    EXPECT_EQ(ExportScanner::detect(SourceCollector::collect({tree.path()})), kind);
+  }
 }
 
 }  // namespace

@@ -1,0 +1,144 @@
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <tuple>
+
+#include "tests/support/run_command.h"
+#include "tests/support/temp_dir.h"
+#include "tests/support/zip_builder.h"
+
+// What each command prints, its exit codes and its error messages.
+namespace quillmere {
+namespace {
+
+using testing::runCommand;
+
+// Runs quillmere-cli with `args`.
+testing::CommandResult cli(std::vector<std::string> args) {
+  args.insert(args.begin(), QUILLMERE_CLI);
+  return runCommand(args);
+}
+
+const std::filesystem::path kExamples = std::filesystem::path(QUILLMERE_SOURCE_DIR) / "examples";
+
+TEST(ScanCommandTest, SummarisesTheSamplesAsTextOrJSON) {
+  const auto before = testing::snapshotTree(kExamples);
+  const auto result =
+      cli({"scan", "--quiet", (kExamples / "takeout-20240101T000000Z-001.zip").string(),
+           (kExamples / "takeout-20240101T000000Z-002.zip").string()});
+  EXPECT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(result.out,
+            "Here's what's in your Google Photos export\n"
+            "2 selections \u00B7 2 zip parts\n"
+            "\n"
+            "  10 items \u2014 14 files: 11 photos, 3 videos\n"
+            "  1 album \u2014 3 album copies merged\n"
+            "  14 with Google's metadata \u2014 all matched\n"
+            "\n"
+            "What Quillmere will fix\n"
+            "  \u2022 9 photos have no date in the file\n"
+            "      9 can be restored from Google's metadata\n"
+            "  \u2022 10 photos have no place in the file\n"
+            "      9 can be restored\n"
+            "  \u2022 2 captions are only in Google's metadata\n"
+            "      written into the files\n"
+            "  \u2022 1 album\n"
+            "      saved as keywords and album lists\n"
+            "Videos are checked during the repair.\n");
+
+  const auto json = cli({"scan", "--json", "--quiet", (kExamples / "snapchat").string()});
+  EXPECT_EQ(json.exitCode, 0) << json.err;
+  const nlohmann::json snapchat = nlohmann::json::parse(json.out);
+  EXPECT_EQ(snapchat["inputs"], nlohmann::json::array({(kExamples / "snapchat").string()}));
+  EXPECT_EQ(snapchat["kind"], "Snapchat");
+  EXPECT_EQ(snapchat.size(), 3u);
+  EXPECT_EQ(snapchat["summary"], nlohmann::json::parse(R"({"albums": 0, "captionsInTakeout": 0,
+      "datesRecoverable": 4, "dayOnly": 1, "duplicateCopies": 0, "historyEntries": 4,
+      "items": 5, "locationsRecoverable": 2, "matchedByDate": 1, "matchedByOrder": 2,
+      "matchedExact": 1, "mediaFiles": 5, "orphanSidecars": 0, "overlays": 1, "photos": 4,
+      "photosMissingDate": 4, "photosMissingLocation": 4, "sourceFiles": 7,
+      "unreadableJSON": 0, "videos": 1, "withSidecar": 4, "withoutSidecar": 1,
+      "zipParts": 0})"));
+  EXPECT_EQ(testing::snapshotTree(kExamples), before);
+}
+
+TEST(ScanCommandTest, ExitsWithTwoWhenNothingCanBeScanned) {
+  testing::TempDir dir;
+  std::filesystem::create_directories(dir / "empty");
+  testing::writeFile(dir / "broken.zip", testing::toBytes("PK but not really"));
+  const auto before = testing::snapshotTree(dir.path());
+  const std::tuple<std::vector<std::string>, std::string> cases[] = {
+      {{"scan", "--quiet", (dir / "empty").string()},
+       "No photos or videos were found in the selected export.\n"},
+      {{"scan", "--quiet", (dir / "broken.zip").string()}, "broken.zip isn't a zip file.\n"},
+  };
+  for (const auto& [args, err] : cases) {
+    const auto result = cli(args);
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.err, err);
+    EXPECT_EQ(result.out, "");
+  }
+  EXPECT_EQ(testing::snapshotTree(dir.path()), before);
+}
+
+TEST(ListCommandTest, ListsEveryFileAndReportsDamage) {
+  testing::TempDir dir;
+  std::filesystem::create_directories(dir / "export/Photos from 2020");
+  testing::writeFile(dir / "export/Photos from 2020/a.jpg", testing::toBytes("jpeg bytes"));
+  testing::ZipBuilder()
+      .add("Takeout/Google Photos/Trip/b.jpg", "second part", 0)
+      .add("Takeout/Google Photos/Trip/c.jpg", std::string(3000, 'c'))
+      .write(dir / "export/takeout-002.zip");
+  Bytes part = testing::readFile(dir / "export/takeout-002.zip");
+  part[30 + 32 + 3] ^= 0xFF;  // inside b.jpg's stored data
+  testing::writeFile(dir / "damaged.zip", part);
+  const auto before = testing::snapshotTree(dir.path());
+
+  const auto listed = cli({"list", (dir / "export").string()});
+  EXPECT_EQ(listed.exitCode, 0) << listed.err;
+  EXPECT_EQ(listed.out,
+            "Photos from 2020/a.jpg\t10\t" + (dir / "export/Photos from 2020/a.jpg").string() +
+                "\n"
+                "Trip/b.jpg\t11\ttakeout-002.zip \u203A Takeout/Google Photos/Trip/b.jpg\n"
+                "Trip/c.jpg\t3000\ttakeout-002.zip \u203A Takeout/Google Photos/Trip/c.jpg\n");
+  const auto damaged = cli({"list", "--check", "--quiet", (dir / "damaged.zip").string()});
+  EXPECT_EQ(damaged.exitCode, 1);
+  EXPECT_EQ(damaged.err,
+            "damaged.zip \u203A Takeout/Google Photos/Trip/b.jpg: Takeout/Google Photos/Trip/b.jpg "
+            "failed its checksum. The zip may be damaged; try downloading it again.\n"
+            "Checked 2 files (3.0 KB): 1 damaged.\n");
+  EXPECT_EQ(testing::snapshotTree(dir.path()), before);
+}
+
+TEST(InspectCommandTest, WritesOneJSONLinePerFileWithNullsForWhatIsMissing) {
+  const std::string bare = std::string(QUILLMERE_TEST_DATA) + "/metadata/bare.jpg";
+  const auto result = cli({"inspect", bare, "/nonexistent/a.jpg"});
+  EXPECT_EQ(result.exitCode, 1);  // a file was missing
+  EXPECT_EQ(result.out,
+            "{\"file\":\"" + bare +
+                "\",\"kind\":\"photo\",\"metadata\":{\"captureDate\":null,"
+                "\"location\":null,\"caption\":null,\"keywords\":[],"
+                "\"pixelWidth\":40,\"pixelHeight\":30}}\n"
+                "{\"file\":\"/nonexistent/a.jpg\",\"kind\":\"photo\",\"metadata\":null}\n");
+  EXPECT_EQ(result.err, "quillmere-cli inspect: /nonexistent/a.jpg: no such file\n");
+  EXPECT_EQ(cli({"inspect"}).exitCode, 2);
+}
+
+TEST(ZoneCommandTest, PrintsTheZoneAndItsOffsetOrExitsWithTwo) {
+  const std::tuple<std::vector<std::string>, int, std::string> cases[] = {
+      {{"zone", "48.8566", "2.3522"}, 0, "Europe/Paris\n"},
+      {{"zone", "48.8566", "2.3522", "2021-07-15T10:00:00Z"}, 0, "Europe/Paris\t+02:00\n"},
+      {{"zone", "30", "-40", "2021-01-15T00:00:00Z"}, 0, "Etc/GMT+3\t-03:00\n"},
+      {{"zone", "48.8", "east"}, 2, ""},
+  };
+  for (const auto& [args, exitCode, out] : cases) {
+    SCOPED_TRACE(::testing::PrintToString(args));
+    const auto result = cli(args);
+    EXPECT_EQ(result.exitCode, exitCode) << result.err;
+    EXPECT_EQ(result.out, out);
+  }
+}
+
+}  // namespace
+}  // namespace quillmere
