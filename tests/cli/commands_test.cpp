@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <tuple>
 
+#include "core/dates/iso_date.h"
+#include "tests/support/media_fixtures.h"
+#include "tests/support/metadata_fixtures.h"
 #include "tests/support/run_command.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/zip_builder.h"
@@ -123,6 +127,56 @@ TEST(InspectCommandTest, WritesOneJSONLinePerFileWithNullsForWhatIsMissing) {
                 "{\"file\":\"/nonexistent/a.jpg\",\"kind\":\"photo\",\"metadata\":null}\n");
   EXPECT_EQ(result.err, "quillmere-cli inspect: /nonexistent/a.jpg: no such file\n");
   EXPECT_EQ(cli({"inspect"}).exitCode, 2);
+}
+
+// An inspect line's metadata read back as a value, to hold against exiftool's reading.
+std::optional<EmbeddedMetadata> fromLine(const nlohmann::json& metadata) {
+  if (metadata.is_null()) return std::nullopt;
+  EmbeddedMetadata m;
+  const auto optional = [](const nlohmann::json& value) {
+    return value.is_null() ? std::nullopt : std::optional<nlohmann::json>(value);
+  };
+  if (const auto date = optional(metadata.at("captureDate"))) {
+    const std::optional<int> offset = optional(date->at("offsetSeconds"));
+    m.captureDate =
+        date->contains("local")
+            ? EmbeddedMetadata::CaptureDate::local(date->at("local"), offset)
+            : EmbeddedMetadata::CaptureDate::absolute(
+                  ISODate::parse(date->at("absolute").get<std::string>())->date, offset);
+  }
+  if (const auto place = optional(metadata.at("location"))) {
+    m.location = GeoPoint{place->at("latitude"), place->at("longitude"), std::nullopt};
+    if (const auto altitude = optional(place->at("altitude"))) m.location->altitude = *altitude;
+  }
+  if (const auto caption = optional(metadata.at("caption"))) m.caption = *caption;
+  m.keywords = metadata.at("keywords").get<std::vector<std::string>>();
+  if (const auto width = optional(metadata.at("pixelWidth"))) m.pixelWidth = *width;
+  if (const auto height = optional(metadata.at("pixelHeight"))) m.pixelHeight = *height;
+  return m;
+}
+
+TEST(InspectCommandTest, AgreesWithExiftoolOnEveryFixture) {
+  const std::filesystem::path fixtures = std::filesystem::path(QUILLMERE_TEST_DATA) / "metadata";
+  std::vector<std::string> args = {"inspect"};
+  for (const auto& fixture : testing::metadataFixtures()) {
+    args.push_back((fixtures / fixture.name).string());
+  }
+  const auto result = cli(args);
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  std::istringstream lines(result.out);
+  const auto& readings = testing::exiftoolReadings(fixtures);
+  for (const auto& fixture : testing::metadataFixtures()) {
+    SCOPED_TRACE(fixture.name);
+    std::string line;
+    ASSERT_TRUE(std::getline(lines, line));
+    const nlohmann::json printed = nlohmann::json::parse(line);
+    EXPECT_EQ(printed.at("kind"), fixture.movie ? "video" : "photo");
+    const auto order = fixture.movie ? testing::movieTags(fixtures / fixture.name)
+                                     : std::vector<std::pair<std::string, std::string>>{};
+    testing::expectSameMetadata(
+        fromLine(printed.at("metadata")),
+        testing::expectedFromExiftool(readings.at(fixture.name), fixture.movie, order));
+  }
 }
 
 TEST(ZoneCommandTest, PrintsTheZoneAndItsOffsetOrExitsWithTwo) {

@@ -30,6 +30,32 @@ void expectRawValues(const std::vector<std::pair<Enum, std::string>>& table) {
   }
 }
 
+TEST(ScanModelTest, MediaKindComesFromTheLastNamesExtension) {
+  const struct {
+    const char* name;
+    MediaKind expected;
+  } cases[] = {
+      {"IMG_1234.HeIc", MediaKind::photo},
+      {"scan.3FR", MediaKind::photo},
+      {".jpg", MediaKind::photo},
+      {"clip.MP", MediaKind::video},
+      {"clip.mp", MediaKind::video},
+      {"clip.M2TS", MediaKind::video},
+      {"clip.mpx", MediaKind::other},
+      {"song.mp3", MediaKind::other},
+      {"IMG_1.jpg.json", MediaKind::other},
+      {"trailing.", MediaKind::other},
+      {"a.jpg/README", MediaKind::other},
+      {"IMG.JPG ", MediaKind::other},
+      {"IMG.\xEF\xBC\xAA\xEF\xBC\xB0\xEF\xBC\xA7", MediaKind::other},  // fullwidth JPG
+      {"Takeout/Photos from 2019/IMG_1.MOV", MediaKind::video},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(mediaKindOf(c.name), c.expected);
+  }
+}
+
 TEST(ScanModelTest, RawValuesAndSummariesRoundTripAndRefuseWhatTheyDoNotKnow) {
   expectRawValues<MediaKind>(
       {{MediaKind::photo, "photo"}, {MediaKind::video, "video"}, {MediaKind::other, "other"}});

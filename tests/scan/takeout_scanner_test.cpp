@@ -29,9 +29,10 @@ nlohmann::json summaryWith(const std::string& counters) {
 // Scans, checking the export is left exactly as it was.
 class TakeoutScanTest : public ::testing::Test {
  protected:
-  ScanResultPtr scan(const std::vector<std::filesystem::path>& inputs) {
+  ScanResultPtr scan(const std::vector<std::filesystem::path>& inputs,
+                     const ProgressCallback& progress = nullptr) {
     const auto before = testing::snapshotTree(dir_.path());
-    ScanResultPtr result = ExportScanner::scan(inputs);
+    ScanResultPtr result = ExportScanner::scan(inputs, progress);
     EXPECT_EQ(testing::snapshotTree(dir_.path()), before);
     return result;
   }
@@ -141,6 +142,24 @@ TEST_F(TakeoutScanTest, MatchesSidecarsGroupsItemsAndCountsWhatCanBeRestored) {
       "photosMissingDate": 12, "datesRecoverable": 3, "photosMissingLocation": 12,
       "locationsRecoverable": 1, "captionsInTakeout": 2, "albums": 1, "orphanSidecars": 1,
       "unreadableJSON": 1})"));
+}
+
+TEST_F(TakeoutScanTest, ReportsProgressAtItsIntervalsOnly) {
+  ExportTree tree;
+  int made = 0;
+  for (int count : {199, 200}) {
+    SCOPED_TRACE(count);
+    for (; made < count; ++made) {
+      tree.text(kRoot + "Photos from 2019/v" + std::to_string(made) + ".mp4", "v");
+    }
+    std::vector<WorkProgress> reports;
+    tree.writeFolder(dir_ / std::to_string(count));
+    scan({dir_ / std::to_string(count)}, [&](const WorkProgress& p) { reports.push_back(p); });
+    std::vector<WorkProgress> expected = {{"Reading the export", 0, 0}};
+    if (count == 200) expected.push_back({"Matching photos to metadata", 200, 200});
+    expected.push_back({"Scan complete", count, count});
+    EXPECT_EQ(reports, expected);
+  }
 }
 
 TEST_F(TakeoutScanTest, FailsWhenACopyCannotBeReadForComparison) {
