@@ -1,13 +1,18 @@
-// The EXIF and ISO 8601 date texts, their offsets, and the trimming they rely on.
+// The notations of dates, offsets and places, the trimming they rely on, and distances.
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <clocale>
 #include <cstdlib>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <regex>
 #include <string>
+#include <tuple>
 
 #include "core/dates/exif_date.h"
+#include "core/dates/geo_point.h"
+#include "core/dates/iso6709.h"
 #include "core/dates/iso_date.h"
 #include "core/dates/text_trimming.h"
 #include "tests/dates/test_printers.h"
@@ -51,30 +56,24 @@ TEST(ExifDateTest, ReadsOnlyRealDatesOfTheExactShape) {
 
 TEST(DateTextTest, FormatsShowTheWallClockOfTheOffset) {
   // Fractions of a second are dropped, towards the past; +-18:00 are still fixed zones.
-  const struct {
-    double utc;
-    int offset;
-    std::string exif, iso;
-    std::string xmpOffset;  // after the same wall clock as the ISO form; empty: not checked
-  } kCases[] = {
+  // The XMP form is the ISO form's wall clock and the last column (empty: not checked).
+  const std::tuple<double, int, std::string, std::string, std::string> kCases[] = {
       {kAt0805UTC, 7200, "2021:03:04 10:05:00", "2021-03-04T10:05:00+0200", "+02:00"},
       {kAt0805UTC, -32400, "2021:03:03 23:05:00", "2021-03-03T23:05:00-0900", "-09:00"},
       {kAt0805UTC, 45900, "2021:03:04 20:50:00", "2021-03-04T20:50:00+1245", "+12:45"},
       {kAt0805UTC, 64800, "2021:03:05 02:05:00", "2021-03-05T02:05:00+1800", "+18:00"},
-      {kAt0805UTC, -64800, "2021:03:03 14:05:00", "2021-03-03T14:05:00-1800", "-18:00"},
       {kAt0805UTC, -3661, "2021:03:04 07:03:59", "2021-03-04T07:03:59-010101", "-01:01"},
       {kAt0805UTC + 0.999, 0, "2021:03:04 08:05:00", "2021-03-04T08:05:00+0000", "+00:00"},
       {-0.5, 0, "1969:12:31 23:59:59", "1969-12-31T23:59:59+0000", "+00:00"},
-      {1709164800, 3600, "2024:02:29 01:00:00", "2024-02-29T01:00:00+0100", "+01:00"},
       {1735689599, 1, "2025:01:01 00:00:00", "2025-01-01T00:00:00+000001", "+00:00"},
       {253402300800, 0, "10000:01:01 00:00:00", "10000-01-01T00:00:00+0000", ""},
   };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.exif);
-    EXPECT_EQ(ExifDate::format(c.utc, c.offset), c.exif);
-    EXPECT_EQ(ISODate::format(c.utc, c.offset), c.iso);
-    if (c.xmpOffset.empty()) continue;
-    EXPECT_EQ(ISODate::formatXMP(c.utc, c.offset), c.iso.substr(0, c.exif.size()) + c.xmpOffset);
+  for (const auto& [utc, offset, exif, iso, xmpOffset] : kCases) {
+    SCOPED_TRACE(exif);
+    EXPECT_EQ(ExifDate::format(utc, offset), exif);
+    EXPECT_EQ(ISODate::format(utc, offset), iso);
+    if (xmpOffset.empty()) continue;
+    EXPECT_EQ(ISODate::formatXMP(utc, offset), iso.substr(0, exif.size()) + xmpOffset);
   }
 }
 
@@ -152,31 +151,103 @@ TEST(ExifDateTest, OffsetsAreSignedHoursAndMinutes) {
 }
 
 TEST(TextTrimmingTest, HorizontalSpaceOrAlsoLineBreaks) {
-  // Unicode spaces count; a broken UTF-8 sequence or a byte order mark stops the trim.
-  const struct {
-    std::string text;
-    std::string horizontal;
-    std::string all;
-  } kCases[] = {
+  // Text, trimmed of horizontal space, trimmed of line breaks too. Unicode spaces count; a
+  // broken UTF-8 sequence or a byte order mark stops the trim.
+  const std::tuple<std::string, std::string, std::string> kCases[] = {
       {"  +02:00\t", "+02:00", "+02:00"},
-      {"\xC2\xA0+02:00\xE3\x80\x80", "+02:00", "+02:00"},
-      {"\xE2\x80\xAF"
-       "a b\xE2\x80\x89",
-       "a b", "a b"},
+      {"\u00A0+02:00\u3000", "+02:00", "+02:00"},
+      {"\u202Fa b\u2009", "a b", "a b"},
       {"\n+02:00\r\n", "\n+02:00\r\n", "+02:00"},
-      {"\xE2\x80\xA8x\xE2\x80\xA9", "\xE2\x80\xA8x\xE2\x80\xA9", "x"},
-      {"\xC2\x85\x0B\x0Cx", "\xC2\x85\x0B\x0Cx", "x"},
-      {"   ", "", ""},
-      {"", "", ""},
-      {"\xC2 x", "\xC2 x", "\xC2 x"},
-      {"x \xA0", "x \xA0", "x \xA0"},
-      {"\xEF\xBB\xBFx", "\xEF\xBB\xBFx", "\xEF\xBB\xBFx"},
+      {"\u0085\x0B\x0Cx\u2029", "\u0085\x0B\x0Cx\u2029", "x"},
+      {" \t", "", ""},
+      {"\xC2 x \xA0", "\xC2 x \xA0", "\xC2 x \xA0"},
+      {"\uFEFFx", "\uFEFFx", "\uFEFFx"},
+  };
+  for (const auto& [text, horizontal, all] : kCases) {
+    SCOPED_TRACE(text);
+    EXPECT_EQ(trimHorizontalSpace(text), horizontal);
+    EXPECT_EQ(trimWhiteSpaceAndLineBreaks(text), all);
+  }
+}
+
+TEST(GeoPointTest, DistanceIsTheGreatCircleOnAMeanEarthIgnoringAltitude) {
+  // Half the circumference of a sphere of radius 6,371 km is 20,015,086.8 m.
+  const struct {
+    GeoPoint from, to;
+    double meters, tolerance;
+  } kCases[] = {
+      {{48.8577, 2.2945, 0.0}, {48.8577, 2.2945, 8000.0}, 0, 1e-9},
+      {{0, 0, {}}, {0, 180, {}}, 20015086.8, 0.1},
+      {{90, 0, {}}, {-90, 0, {}}, 20015086.8, 0.1},
+      {{0, 179.9, {}}, {0, -179.9, {}}, 22239.0, 0.1},
+      {{48.8577, 2.2945, {}}, {51.5007, -0.1246, {}}, 340607, 1},  // Eiffel Tower, Big Ben
   };
   for (const auto& c : kCases) {
-    SCOPED_TRACE(c.text);
-    EXPECT_EQ(trimHorizontalSpace(c.text), c.horizontal);
-    EXPECT_EQ(trimWhiteSpaceAndLineBreaks(c.text), c.all);
+    SCOPED_TRACE(c.meters);
+    EXPECT_NEAR(c.from.distanceMeters(c.to), c.meters, c.tolerance);
+    EXPECT_NEAR(c.to.distanceMeters(c.from), c.meters, c.tolerance);
   }
+}
+
+TEST(GeoPointTest, JSONHasLatitudeLongitudeAndAnyAltitude) {
+  using nlohmann::json;
+  EXPECT_EQ(nlohmann::ordered_json(GeoPoint{48.5, -2.25, 35.0}).dump(),
+            R"({"latitude":48.5,"longitude":-2.25,"altitude":35.0})");
+  EXPECT_EQ(json(GeoPoint{48.5, -2.25, {}}).dump(), R"({"latitude":48.5,"longitude":-2.25})");
+  EXPECT_EQ(json::parse(R"({"altitude":35,"longitude":-2.25,"latitude":48.5})").get<GeoPoint>(),
+            (GeoPoint{48.5, -2.25, 35.0}));
+  EXPECT_EQ(json::parse(R"({"latitude":1,"longitude":2,"altitude":null})").get<GeoPoint>(),
+            (GeoPoint{1, 2, {}}));
+  for (const char* text : {R"({"latitude":48.5})", R"({"latitude":"48.5","longitude":-2.25})",
+                           R"({"latitude":1,"longitude":2,"altitude":"high"})", "[48.5,-2.25]"}) {
+    EXPECT_THROW(json::parse(text).get<GeoPoint>(), json::exception) << text;
+  }
+}
+
+// Both directions, in the C locale and again in German, which writes "48,8577": a desktop app
+// sets the process locale from the environment.
+void expectISO6709InThisLocale() {
+  // The first run of two or three signed numbers that touch; no range check; a latitude no
+  // double holds spoils the text, an underflow is 0.
+  const std::pair<std::string, std::optional<GeoPoint>> kParsed[] = {
+      {"+48.8577+002.2945/", GeoPoint{48.8577, 2.2945, {}}},
+      {"-33.8688+151.2093-0.5/", GeoPoint{-33.8688, 151.2093, -0.5}},
+      {"+40-074", GeoPoint{40, -74, {}}},
+      {"+00.0000+000.0000/", GeoPoint{0, 0, {}}},
+      {"+95.5+400.25/", GeoPoint{95.5, 400.25, {}}},
+      {"loc: 12+48.8577+002.2945/ end", GeoPoint{48.8577, 2.2945, {}}},
+      {"+48.8577+002.2945+/", GeoPoint{48.8577, 2.2945, {}}},
+      {"+48.8577+002.2945+1.2.3/", GeoPoint{48.8577, 2.2945, 1.2}},
+      {"+1+2+3+4/", GeoPoint{1, 2, 3}},
+      {"+0." + std::string(400, '0') + "1+1/", GeoPoint{0, 1, {}}},
+      {"+" + std::string(400, '9') + "+1/", std::nullopt},
+  };
+  for (const auto& [text, point] : kParsed) EXPECT_EQ(ISO6709::parse(text), point) << text;
+  // "48." is no number, so "+002.2945/" is alone.
+  for (const char* text :
+       {"+48.8577 +002.2945/", "+48.+002.2945/", "+48.8577", "48.8577,2.2945", "+-+-", ""}) {
+    EXPECT_EQ(ISO6709::parse(text), std::nullopt) << text;
+  }
+  // Fixed widths, wider when the number is, never cut; the text reads back to the same text.
+  const std::pair<GeoPoint, std::string> kFormatted[] = {
+      {{40.7128, -74.006, {}}, "+040.7128-0074.0060/"},
+      {{-0.0, -0.0, -0.0}, "-000.0000-0000.0000-0.000/"},
+      {{48.85774999, 2.29455001, -1234.5678}, "+048.8577+0002.2946-1234.568/"},
+      {{-90, 180, 8848.86}, "-090.0000+0180.0000+8848.860/"},
+      {{1234.5, 12345.5, {}}, "+1234.5000+12345.5000/"},
+  };
+  for (const auto& [point, text] : kFormatted) {
+    EXPECT_EQ(ISO6709::format(point), text);
+    EXPECT_EQ(ISO6709::format(ISO6709::parse(text).value()), text);
+  }
+}
+
+TEST(ISO6709Test, ReadsAndWritesTheSameInEveryLocale) {
+  expectISO6709InThisLocale();
+  const std::string saved = std::setlocale(LC_ALL, nullptr);
+  if (std::setlocale(LC_ALL, "de_DE.UTF-8") == nullptr) GTEST_SKIP() << "no German locale";
+  expectISO6709InThisLocale();
+  std::setlocale(LC_ALL, saved.c_str());
 }
 
 }  // namespace
