@@ -3,7 +3,6 @@
 
 #include <date/date.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <algorithm>
 #include <chrono>
@@ -14,6 +13,7 @@
 
 #include "core/dates/resource_folder.h"
 #include "core/dates/time_zone_map.h"
+#include "tests/support/scoped_environment.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/tz_grid_builder.h"
 #include "tests/support/zip_builder.h"
@@ -75,9 +75,11 @@ TEST(TimeZoneTest, UnknownNamesAreAbsentAndNonFiniteInstantsDoNotFail) {
 }
 
 TEST(ResourceFolderTest, TheOverrideComesFirstElseABuildFindsTheSourceTree) {
-  setenv("QUILLMERE_RESOURCES", "/somewhere/else", 1);
-  EXPECT_EQ(ResourceFolder::candidates().front(), fs::path("/somewhere/else"));
-  unsetenv("QUILLMERE_RESOURCES");
+  {
+    const ScopedEnvironment variable("QUILLMERE_RESOURCES", "/somewhere/else");
+    EXPECT_EQ(ResourceFolder::candidates().front(), fs::path("/somewhere/else"));
+  }
+  const ScopedEnvironment variable("QUILLMERE_RESOURCES", nullptr);
   const fs::path source = fs::path(QUILLMERE_SOURCE_DIR) / "resources";
   const std::vector<fs::path> folders = ResourceFolder::candidates();
   EXPECT_NE(std::find(folders.begin(), folders.end(), source.lexically_normal()), folders.end());
@@ -205,9 +207,8 @@ TEST(TimeZoneMapTest, LongRowsDecodeFromAnyCheckpoint) {
 
 // An uncompressed one-row grid of `cols` cells named "Europe/Paris", whose row holds `row`.
 Bytes oneRowGrid(std::uint32_t cols, const Bytes& row, double resolution = 10) {
-  const TzGridBuilder builder(cols, 1, resolution, {"Europe/Paris"});
-  Bytes grid = builder.encode();
-  grid.resize(builder.rowOffsetsStart() + 4);
+  Bytes grid = TzGridBuilder(cols, 1, resolution, {"Europe/Paris"}).encode();
+  grid.resize(22 + 13 + 4);  // header, name, the row's offset
   grid.insert(grid.end(), row.begin(), row.end());
   return grid;
 }

@@ -4,10 +4,6 @@
 
 namespace quillmere::testing {
 
-Bytes scanFixture(const std::string& name) {
-  return readFile(std::filesystem::path(QUILLMERE_TEST_DATA_DIR) / "scan" / name);
-}
-
 nlohmann::json takeoutSidecar(const std::string& title, std::optional<double> taken,
                               std::optional<std::pair<double, double>> place,
                               const std::string& description) {
@@ -40,7 +36,7 @@ ExportTree& ExportTree::json(const std::string& path, const nlohmann::json& valu
 
 ExportTree& ExportTree::photo(const std::string& path, const std::string& fixture,
                               const std::string& variant) {
-  Bytes bytes = scanFixture(fixture);
+  Bytes bytes = readFile(std::filesystem::path(QUILLMERE_TEST_DATA_DIR) / "scan" / fixture);
   bytes.insert(bytes.end(), variant.begin(), variant.end());
   return file(path, std::move(bytes));
 }

@@ -11,9 +11,6 @@
 
 namespace quillmere::testing {
 
-// A committed fixture from tests/data/scan, e.g. "dated.jpg".
-Bytes scanFixture(const std::string& name);
-
 // A Takeout per-photo JSON with the fields the tests vary.
 nlohmann::json takeoutSidecar(const std::string& title, std::optional<double> taken,
                               std::optional<std::pair<double, double>> place = std::nullopt,

@@ -39,10 +39,6 @@ struct TagEdit {
 // the standard on purpose, are not errors).
 void writeTags(const TagEdit& edit);
 
-// exiftool's reading of `files` (-json -n -a -G1: raw values, every duplicate, family-1 groups
-// such as "ExifIFD", "GPS", "IPTC", "XMP-photoshop", "Keys", "UserData"), by path as given.
-std::map<std::string, nlohmann::json> readTags(const std::vector<std::filesystem::path>& files);
-
 // The format tags ffprobe lists for `file`, in the order it lists them (libavformat's own).
 std::vector<std::pair<std::string, std::string>> movieTags(const std::filesystem::path& file);
 

@@ -38,12 +38,6 @@ TzGridBuilder& TzGridBuilder::set(std::uint32_t row, std::uint32_t fromCol, std:
   return *this;
 }
 
-std::size_t TzGridBuilder::rowOffsetsStart() const {
-  std::size_t position = 22;
-  for (const std::string& name : names_) position += 1 + name.size();
-  return position;
-}
-
 Bytes TzGridBuilder::encode() const {
   Bytes out = {'T', 'Z', 'G', '1'};
   putLE(out, cols_, 4);
@@ -57,41 +51,30 @@ Bytes TzGridBuilder::encode() const {
     out.insert(out.end(), name.begin(), name.end());
   }
   Bytes rowData;
-  Bytes offsets;
   for (std::uint32_t row = 0; row < rows_; ++row) {
-    putLE(offsets, rowData.size(), 4);
-    std::uint32_t col = 0;
-    std::uint32_t runStart = 0;
-    std::uint16_t runZone = background_;
-    auto zoneAt = [&](std::uint32_t c) {
-      const auto found = cells_[row].find(c);
-      return found == cells_[row].end() ? background_ : found->second;
-    };
+    putLE(out, rowData.size(), 4);
     // Walks only the set cells and the gaps between them, merging equal neighbours.
-    auto next = cells_[row].begin();
-    while (col < cols_) {
-      std::uint32_t end = next == cells_[row].end() ? cols_ : next->first;
-      if (col < end) {  // a stretch of background
-        if (runZone != background_) {
-          putRun(rowData, col - runStart, runZone);
-          runStart = col;
-          runZone = background_;
-        }
-        col = end;
-        continue;
+    std::uint32_t runLength = 0;
+    std::uint16_t runZone = background_;
+    auto extend = [&](std::uint16_t zone, std::uint32_t length) {
+      if (length == 0) return;
+      if (zone != runZone && runLength > 0) {
+        putRun(rowData, runLength, runZone);
+        runLength = 0;
       }
-      const std::uint16_t zone = zoneAt(col);
-      if (zone != runZone) {
-        if (col > runStart) putRun(rowData, col - runStart, runZone);
-        runStart = col;
-        runZone = zone;
-      }
-      ++col;
-      ++next;
+      runZone = zone;
+      runLength += length;
+    };
+    std::uint32_t col = 0;
+    for (const auto& [setCol, zone] : cells_[row]) {
+      if (setCol >= cols_) break;
+      extend(background_, setCol - col);
+      extend(zone, 1);
+      col = setCol + 1;
     }
-    putRun(rowData, cols_ - runStart, runZone);
+    extend(background_, cols_ - col);
+    putRun(rowData, runLength, runZone);
   }
-  out.insert(out.end(), offsets.begin(), offsets.end());
   out.insert(out.end(), rowData.begin(), rowData.end());
   return out;
 }

@@ -31,9 +31,6 @@ class TzGridBuilder {
   // The same, zlib-compressed as the shipped file is.
   Bytes compressed() const;
 
-  // Where the row offsets begin in encode()'s bytes.
-  std::size_t rowOffsetsStart() const;
-
  private:
   std::uint32_t cols_;
   std::uint32_t rows_;

@@ -13,8 +13,6 @@
 namespace quillmere::testing {
 
 Bytes toBytes(std::string_view text);
-// Raw DEFLATE (no zlib header), as zip entries store it.
-Bytes deflateRaw(const Bytes& content, int level = 6);
 
 // One entry to write. Every field that a damaged or unusual zip needs can be set.
 struct ZipEntryDraft {
