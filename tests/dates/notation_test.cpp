@@ -171,21 +171,18 @@ TEST(TextTrimmingTest, HorizontalSpaceOrAlsoLineBreaks) {
 }
 
 TEST(GeoPointTest, DistanceIsTheGreatCircleOnAMeanEarthIgnoringAltitude) {
-  // Half the circumference of a sphere of radius 6,371 km is 20,015,086.8 m.
-  const struct {
-    GeoPoint from, to;
-    double meters, tolerance;
-  } kCases[] = {
+  // From, to, metres and tolerance. Half the circumference of a sphere of radius 6,371 km is
+  // 20,015,086.8 m.
+  const std::tuple<GeoPoint, GeoPoint, double, double> kCases[] = {
       {{48.8577, 2.2945, 0.0}, {48.8577, 2.2945, 8000.0}, 0, 1e-9},
       {{0, 0, {}}, {0, 180, {}}, 20015086.8, 0.1},
       {{90, 0, {}}, {-90, 0, {}}, 20015086.8, 0.1},
       {{0, 179.9, {}}, {0, -179.9, {}}, 22239.0, 0.1},
       {{48.8577, 2.2945, {}}, {51.5007, -0.1246, {}}, 340607, 1},  // Eiffel Tower, Big Ben
   };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.meters);
-    EXPECT_NEAR(c.from.distanceMeters(c.to), c.meters, c.tolerance);
-    EXPECT_NEAR(c.to.distanceMeters(c.from), c.meters, c.tolerance);
+  for (const auto& [from, to, meters, tolerance] : kCases) {
+    EXPECT_NEAR(from.distanceMeters(to), meters, tolerance);
+    EXPECT_NEAR(to.distanceMeters(from), meters, tolerance);
   }
 }
 
@@ -194,8 +191,8 @@ TEST(GeoPointTest, JSONHasLatitudeLongitudeAndAnyAltitude) {
   EXPECT_EQ(nlohmann::ordered_json(GeoPoint{48.5, -2.25, 35.0}).dump(),
             R"({"latitude":48.5,"longitude":-2.25,"altitude":35.0})");
   EXPECT_EQ(json(GeoPoint{48.5, -2.25, {}}).dump(), R"({"latitude":48.5,"longitude":-2.25})");
-  EXPECT_EQ(json::parse(R"({"altitude":35,"longitude":-2.25,"latitude":48.5})").get<GeoPoint>(),
-            (GeoPoint{48.5, -2.25, 35.0}));
+  EXPECT_EQ(json::parse(R"({"altitude":3,"longitude":2,"latitude":1})").get<GeoPoint>(),
+            (GeoPoint{1, 2, 3.0}));
   EXPECT_EQ(json::parse(R"({"latitude":1,"longitude":2,"altitude":null})").get<GeoPoint>(),
             (GeoPoint{1, 2, {}}));
   for (const char* text : {R"({"latitude":48.5})", R"({"latitude":"48.5","longitude":-2.25})",

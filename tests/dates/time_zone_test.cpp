@@ -138,10 +138,11 @@ TEST(TimeZoneMapTest, SeaTakesTheNearestLandWithinATenthOfADegree) {
       {"north wins a tie", r, c, "Europe/Berlin", {{-1, 1, 1, kBerlin}, {1, -1, 1, kParis}}},
       {"west wins a tie", r, c, "Europe/Paris", {{0, 1, 1, kBerlin}, {0, -1, 1, kParis}}},
       {"on the radius", r, c, "Europe/Paris", {{2, 0, 1, kParis}}},
+      {"on the radius in the row", r, c, "Europe/Paris", {{0, 2, 1, kParis}}},
       {"beyond the radius", r, c, "Etc/GMT", {{2, 1, 1, kParis}, {0, 3, 1, kTokyo}}},
       {"another sea", r, c, "Etc/GMT", {{0, 1, 1, kSeaWest}}},
       {"no zone is no land", r, c, "Europe/Paris", {{0, 1, 1, kNoZone}, {1, 1, 1, kParis}}},
-      {"nearest of a run", r, c, "Europe/Paris", {{-1, -10, 10, kParis}, {0, 2, 1, kTokyo}}},
+      {"a run's nearest cell", r, c, "Europe/Paris", {{-1, -1, 3, kParis}, {0, 1, 1, kTokyo}}},
       {"no zone has none", r, c, kNone, {{0, 0, 1, kNoZone}, {0, 1, 1, kParis}}},
       {"west across -180", 500, 0, "Asia/Tokyo", {{1, -1, 1, kTokyo}}},
       {"east across +180", 500, 7199, "Asia/Tokyo", {{0, 1, 1, kTokyo}}},
@@ -157,6 +158,10 @@ TEST(TimeZoneMapTest, SeaTakesTheNearestLandWithinATenthOfADegree) {
     const TimeZoneMap map(grid.compressed());
     EXPECT_EQ(map.zoneName(90 - (row + 0.5) * 0.05, (col + 0.5) * 0.05 - 180), zone);
   }
+  // A grid narrower than the window is searched cell by cell, with the same tie-break.
+  const TimeZoneMap narrow(
+      TzGridBuilder(3, 5, 0.05, kNames, kSea).set(2, 1, kParis).set(2, 2, kBerlin).compressed());
+  EXPECT_EQ(narrow.zoneName(90 - 2.5 * 0.05, 0.5 * 0.05 - 180), "Europe/Berlin");
 }
 
 TEST(TimeZoneMapTest, ClampsAtThePolesAndLongitude180AndFindsNothingOffTheGlobe) {
@@ -187,7 +192,15 @@ TEST(TimeZoneMapTest, ClampsAtThePolesAndLongitude180AndFindsNothingOffTheGlobe)
   EXPECT_EQ(map.timeZone(89.95, 10)->identifier(), "Asia/Tokyo");
 }
 
-TEST(TimeZoneMapTest, LongRowsDecodeFromAnyCheckpoint) {
+// An uncompressed one-row grid of `cols` cells named "Europe/Paris", whose row holds `row`.
+Bytes oneRowGrid(std::uint32_t cols, const Bytes& row, double resolution = 10) {
+  Bytes grid = TzGridBuilder(cols, 1, resolution, {"Europe/Paris"}).encode();
+  grid.resize(22 + 13 + 4);  // header, name, the row's offset
+  grid.insert(grid.end(), row.begin(), row.end());
+  return grid;
+}
+
+TEST(TimeZoneMapTest, RowsDecodeFromAnyCheckpointAndAnyValidRun) {
   // One row alternating zone every cell, then a long tail: many runs and checkpoints.
   TzGridBuilder grid(1000, 2, 0.18, kNames, kSea);
   for (std::uint32_t col = 0; col < 300; ++col) grid.set(0, col, col % 2 ? kParis : kBerlin);
@@ -203,14 +216,13 @@ TEST(TimeZoneMapTest, LongRowsDecodeFromAnyCheckpoint) {
   EXPECT_EQ(map.zoneIndex(2, 0), kNone);
   const TimeZoneMap bad(TzGridBuilder(36, 18, 10, {"Etc/GMT", "Bad/\xFF"}, 1).compressed());
   EXPECT_EQ(bad.zoneName(0, 0), "Bad/\xEF\xBF\xBD");  // invalid UTF-8 in names is replaced
-}
-
-// An uncompressed one-row grid of `cols` cells named "Europe/Paris", whose row holds `row`.
-Bytes oneRowGrid(std::uint32_t cols, const Bytes& row, double resolution = 10) {
-  Bytes grid = TzGridBuilder(cols, 1, resolution, {"Europe/Paris"}).encode();
-  grid.resize(22 + 13 + 4);  // header, name, the row's offset
-  grid.insert(grid.end(), row.begin(), row.end());
-  return grid;
+  // An empty run, 128 cells (two varint bytes), one cell without a zone, and 71 cells written
+  // with a needless second varint byte.
+  const TimeZoneMap odd(zlibCompress(
+      oneRowGrid(200, {0, 0, 0, 0x80, 0x01, 0, 0, 0x01, 0xFF, 0xFF, 0x80 | 71, 0x00, 0, 0}, 1.8)));
+  EXPECT_EQ(odd.zoneIndex(0, 127), 0);
+  EXPECT_EQ(odd.zoneIndex(0, 128), kNone);
+  EXPECT_EQ(odd.zoneIndex(0, 199), 0);
 }
 
 TEST(TimeZoneMapTest, RejectsDamagedResourcesAndLoadGivesNullForThem) {
@@ -253,6 +265,7 @@ TEST(TimeZoneMapTest, RejectsDamagedResourcesAndLoadGivesNullForThem) {
       {"no rows", TzGridBuilder(4, 0, 10, {"Europe/Paris"}).compressed()},
       {"resolution NaN", zlibCompress(oneRowGrid(4, {4, 0, 0}, kNaN))},
       {"resolution too fine to search", zlibCompress(oneRowGrid(4, {4, 0, 0}, 1e-9))},
+      {"resolution beyond 180 degrees", zlibCompress(oneRowGrid(4, {4, 0, 0}, 180.5))},
   };
   for (const auto& [name, bytes] : kCases) EXPECT_TRUE(rejected(bytes)) << name;
   fs::create_directory(dir / "folder.zlib");
@@ -260,16 +273,6 @@ TEST(TimeZoneMapTest, RejectsDamagedResourcesAndLoadGivesNullForThem) {
   EXPECT_EQ(TimeZoneMap::load(dir / "missing.zlib"), nullptr);
   testing::writeFile(dir / "good.zlib", compressed);
   EXPECT_NE(TimeZoneMap::load(dir / "good.zlib"), nullptr);
-}
-
-TEST(TimeZoneMapTest, ZeroLengthRunsAndLongVarintsAreFine) {
-  // An empty run, 128 cells (two varint bytes), one cell without a zone, and 71 cells written
-  // with a needless second varint byte.
-  const TimeZoneMap map(zlibCompress(
-      oneRowGrid(200, {0, 0, 0, 0x80, 0x01, 0, 0, 0x01, 0xFF, 0xFF, 0x80 | 71, 0x00, 0, 0}, 1.8)));
-  EXPECT_EQ(map.zoneIndex(0, 127), 0);
-  EXPECT_EQ(map.zoneIndex(0, 128), kNone);
-  EXPECT_EQ(map.zoneIndex(0, 199), 0);
 }
 
 }  // namespace
