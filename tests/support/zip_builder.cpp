@@ -55,7 +55,6 @@ void centralRecord(Bytes& out, const ZipEntryDraft& e, const Written& w) {
     put16(extra, {0x0001, 24});
     put64(extra, {w.uncompressedSize, w.compressedSize, w.offset});
   }
-  append(extra, e.centralExtra);
   put32(out, {0x02014b50});
   put16(out, {0x031e});  // made by Unix
   commonFields(out, e, w);

@@ -21,7 +21,6 @@ struct ZipEntryDraft {
   std::uint16_t method = 8;  // 0 stored, 8 DEFLATE; any other: content stored as is
   bool utf8Flag = false;
   bool zip64 = false;  // 32-bit size and offset fields saturated, values in a ZIP64 extra
-  Bytes centralExtra;  // extra blocks written after any ZIP64 block
   Bytes localExtra;
   std::optional<std::uint32_t> crc;  // written instead of the real CRC-32
 };
