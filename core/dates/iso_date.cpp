@@ -64,12 +64,14 @@ std::string format(double utc, int offsetSeconds) {
 
 std::string formatXMP(double utc, int offsetSeconds) {
   const std::string exif = ExifDate::format(utc, offsetSeconds);
-  std::string out = exif.substr(0, 10);
+  // Years past 9999 take a fifth digit, so the date ends at the space, not at a fixed column.
+  const std::size_t space = exif.find(' ');
+  std::string out = exif.substr(0, space);
   for (char& c : out) {
     if (c == ':') c = '-';
   }
   out += 'T';
-  out += exif.substr(11);
+  out += exif.substr(space + 1);
   out += ExifDate::formatOffset(offsetSeconds);
   return out;
 }
