@@ -11,8 +11,6 @@
 #include "tests/support/temp_dir.h"
 #include "tests/support/zip_builder.h"
 
-#pragma GCC diagnostic ignored "-Wmissing-field-initializers"  // drafts name what they vary
-
 namespace quillmere {
 namespace {
 

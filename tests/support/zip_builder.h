@@ -16,13 +16,14 @@ Bytes toBytes(std::string_view text);
 
 // One entry to write. Every field that a damaged or unusual zip needs can be set.
 struct ZipEntryDraft {
-  Bytes name;  // raw name bytes, written as they are
-  Bytes content;
+  // Every field has a default, so a draft may name just the fields it varies.
+  Bytes name{};  // raw name bytes, written as they are
+  Bytes content{};
   std::uint16_t method = 8;  // 0 stored, 8 DEFLATE; any other: content stored as is
   bool utf8Flag = false;
   bool zip64 = false;  // 32-bit size and offset fields saturated, values in a ZIP64 extra
-  Bytes localExtra;
-  std::optional<std::uint32_t> crc;  // written instead of the real CRC-32
+  Bytes localExtra{};
+  std::optional<std::uint32_t> crc{};  // written instead of the real CRC-32
 };
 
 // Writes zip files in memory with zlib, the way common archivers lay them out.
