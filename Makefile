@@ -3,6 +3,11 @@ BUILD_DIR   ?= build
 JOBS        ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 CMAKE_GEN   := -G Ninja
+# ccache, when a developer has it, makes rebuilds across branches and worktrees cheap.
+CCACHE      := $(shell command -v ccache 2>/dev/null)
+ifneq ($(CCACHE),)
+CMAKE_GEN   += -DCMAKE_C_COMPILER_LAUNCHER=$(CCACHE) -DCMAKE_CXX_COMPILER_LAUNCHER=$(CCACHE)
+endif
 
 .PHONY: all deps build release test demo bench fuzz fuzz-build fuzz-smoke format clean
 
