@@ -10,8 +10,10 @@ namespace quillmere::cli {
 inline constexpr int kExitOk = 0;
 inline constexpr int kExitDamaged = 1;  // the run worked but found damage
 inline constexpr int kExitFailed = 2;   // run-level failure or bad usage
+inline constexpr int kExitStopped = 130;  // stopped by Ctrl-C or SIGTERM
 
 // Each subcommand receives the arguments after its own name.
+int runRepair(std::span<const std::string> args);
 int runList(std::span<const std::string> args);
 int runScan(std::span<const std::string> args);
 int runZone(std::span<const std::string> args);

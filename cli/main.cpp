@@ -17,6 +17,8 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
+    {"repair", "write repaired, dated copies of an export into a new folder, with a report",
+     quillmere::cli::runRepair},
     {"list", "list every file of an export, optionally checking the download",
      quillmere::cli::runList},
     {"scan", "scan an export and tell what can be fixed", quillmere::cli::runScan},
@@ -30,7 +32,7 @@ void printUsage(std::FILE* out) {
   std::fputs(
       "Usage: quillmere-cli COMMAND [ARGUMENTS]\n"
       "Reads a Google Takeout or Snapchat export (zip parts and/or folders) without changing "
-      "it.\n\nCommands:\n",
+      "it,\nand writes repaired copies of it elsewhere.\n\nCommands:\n",
       out);
   for (const Command& command : kCommands) {
     std::fprintf(out, "  %-8.*s %.*s\n", static_cast<int>(command.name.size()), command.name.data(),

@@ -1,0 +1,170 @@
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <exception>
+#include <nlohmann/json.hpp>
+
+#include "cli/commands.h"
+#include "cli/progress_bar.h"
+#include "cli/repair_result_text.h"
+#include "core/repair/repair_engine.h"
+#include "core/scan/export_scanner.h"
+#include "core/sources/quillmere_error.h"
+
+namespace quillmere::cli {
+namespace {
+
+constexpr const char* kRepairHelp =
+    "Usage: quillmere-cli repair --out DIR [--no-album-keywords] [--json] [--quiet] EXPORT...\n"
+    "\n"
+    "Scans a Google Takeout or Snapchat export (zip parts and/or unzipped folders, as\n"
+    "downloaded) and writes repaired copies into a new folder \"Quillmere Repair <date time>\"\n"
+    "inside DIR: capture dates with their time zones, places, captions and album names written\n"
+    "into the files (or XMP sidecars), filed by month in Photos/YYYY/YYYY-MM, Snapchat overlays\n"
+    "merged, one list per album in Albums/, and a report of every change in Report/. The export\n"
+    "itself is only read.\n"
+    "\n"
+    "  --out DIR            where to make the run folder (created if missing; not inside the\n"
+    "                       export)\n"
+    "  --no-album-keywords  don't add album names to the files' keywords\n"
+    "  --json               print one JSON object instead: outputFolder, scan and repair counters\n"
+    "  --quiet              no progress on stderr\n"
+    "\n"
+    "Ctrl-C stops after the item in progress; the report then covers the items reached.\n"
+    "\n"
+    "Exit status: 0 every file was repaired or copied, 1 some files failed (listed in\n"
+    "Report/couldnt-fix.csv), 2 the repair couldn't start or couldn't finish its report,\n"
+    "130 stopped.\n";
+
+// Set from the signal handler; the engine polls it before each item.
+std::atomic<bool> stopRequested{false};
+static_assert(std::atomic<bool>::is_always_lock_free);
+
+extern "C" void requestStop(int) {
+  if (!stopRequested.exchange(true)) {
+    constexpr char kMessage[] = "\nStopping after the item in progress\xE2\x80\xA6\n";
+    [[maybe_unused]] const auto written = ::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
+  }
+}
+
+// Routes SIGINT and SIGTERM to requestStop for its lifetime.
+class StopSignals {
+ public:
+  StopSignals() {
+    struct sigaction action {};
+    action.sa_handler = requestStop;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGINT, &action, &oldInt_);
+    sigaction(SIGTERM, &action, &oldTerm_);
+  }
+  ~StopSignals() {
+    sigaction(SIGINT, &oldInt_, nullptr);
+    sigaction(SIGTERM, &oldTerm_, nullptr);
+  }
+  StopSignals(const StopSignals&) = delete;
+  StopSignals& operator=(const StopSignals&) = delete;
+
+ private:
+  struct sigaction oldInt_ {};
+  struct sigaction oldTerm_ {};
+};
+
+struct RepairArguments {
+  std::filesystem::path out;
+  bool albumKeywords = true;
+  bool json = false;
+  bool quiet = false;
+  std::vector<std::filesystem::path> inputs;
+};
+
+// Parses `args`; returns an exit status when the command is done already (help, bad usage).
+std::optional<int> parse(std::span<const std::string> args, RepairArguments& parsed) {
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    const std::string& arg = args[i];
+    if (arg == "--help" || arg == "-h") {
+      std::fputs(kRepairHelp, stdout);
+      return kExitOk;
+    } else if (arg == "--out" && i + 1 < args.size()) {
+      parsed.out = args[++i];
+    } else if (arg.starts_with("--out=")) {
+      parsed.out = arg.substr(6);
+    } else if (arg == "--no-album-keywords") {
+      parsed.albumKeywords = false;
+    } else if (arg == "--json") {
+      parsed.json = true;
+    } else if (arg == "--quiet") {
+      parsed.quiet = true;
+    } else if (arg.starts_with("--")) {
+      std::fprintf(stderr, "quillmere-cli repair: unknown option '%s'\n\n%s", arg.c_str(),
+                   kRepairHelp);
+      return kExitFailed;
+    } else {
+      parsed.inputs.emplace_back(arg);
+    }
+  }
+  if (parsed.inputs.empty() || parsed.out.empty()) {
+    std::fputs(kRepairHelp, stderr);
+    return kExitFailed;
+  }
+  return std::nullopt;
+}
+
+nlohmann::json resultJson(const ScanResult& scan, const RepairResult& result, bool stopped) {
+  nlohmann::json json;
+  json["outputFolder"] = result.outputFolder().string();
+  json["scan"] = scan.summary;
+  json["repair"] = result.summary;
+  json["stopped"] = stopped;
+  return json;
+}
+
+}  // namespace
+
+int runRepair(std::span<const std::string> args) {
+  RepairArguments arguments;
+  if (const auto done = parse(args, arguments)) return *done;
+  stopRequested = false;
+  const StopSignals signals;
+  ScanResultPtr scan;
+  RepairResultPtr result;
+  {
+    ProgressBar bar(arguments.quiet);
+    const auto show = [&](const WorkProgress& p) { bar.update(p.phase, p.done, p.total); };
+    try {
+      scan = ExportScanner::scan(arguments.inputs, show);
+      // A scan can't be stopped, but a stop asked for during it still counts.
+      if (stopRequested) {
+        bar.finish();
+        std::fputs("Stopped before the repair started; nothing was written.\n", stderr);
+        return kExitStopped;
+      }
+      const RepairOptions options{std::filesystem::absolute(arguments.out),
+                                  arguments.albumKeywords};
+      result = RepairEngine::run(*scan, options, show, [] { return stopRequested.load(); });
+    } catch (const std::exception& error) {
+      bar.finish();
+      std::fprintf(stderr, "%s\n", error.what());
+      return kExitFailed;
+    }
+  }
+  const bool stopped = stopRequested;
+  // The photo library step (repair --add-to-immich) belongs here: after the report is
+  // written, adding the copies of `result` and appending to its import record.
+  if (arguments.json) {
+    std::printf("%s\n", resultJson(*scan, *result, stopped).dump(2).c_str());
+  } else {
+    std::fputs(repairResultText(*result).c_str(), stdout);
+  }
+  if (stopped) {
+    std::fprintf(stderr, "Stopped after %zu of %lld items; the report covers those.\n",
+                 static_cast<std::size_t>(result->rows.empty() ? 0 : result->rows.back().item),
+                 static_cast<long long>(result->summary.items));
+    return kExitStopped;
+  }
+  return result->summary.failed == 0 ? kExitOk : kExitDamaged;
+}
+
+}  // namespace quillmere::cli
