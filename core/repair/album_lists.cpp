@@ -66,8 +66,8 @@ std::vector<std::pair<std::string, std::string>> albumFileNames(const AlbumLists
     if (paths.empty()) continue;
     const std::string base = safeBaseName(album);
     std::string name = fittedName(base, "", txt);
-    for (std::int64_t n = 2; used.contains(UnicodeText::lowercased(name)); ++n) {
-      name = fittedName(base, " (" + std::to_string(n) + ")", txt);
+    for (std::size_t n = 2; used.contains(UnicodeText::lowercased(name)); ++n) {
+      name = fittedName(base, numberSuffix(n), txt);
     }
     used.insert(UnicodeText::lowercased(name));
     names.emplace_back(album, std::move(name));

@@ -23,6 +23,10 @@ std::string fittedName(std::string_view stem, std::string_view suffix, const Nam
   return std::string(stem.substr(0, keep)) + tail;
 }
 
+std::string numberSuffix(std::size_t n) {
+  return n == 1 ? std::string() : " (" + std::to_string(n) + ")";
+}
+
 std::string datedFolder(const DateDecision& decision) {
   if (!decision.utc) return "Photos/Undated";
   // "yyyy:MM:dd HH:mm:ss"; a year past 9999 takes more digits, so split at the colons.
@@ -39,23 +43,33 @@ std::vector<std::string> uniqueNames(const std::vector<std::string>& wanted,
   std::vector<NameParts> parts;
   parts.reserve(wanted.size());
   for (const std::string& name : wanted) parts.push_back(splitName(name));
-  for (std::int64_t n = 1;; ++n) {
-    const std::string suffix = n == 1 ? std::string() : " (" + std::to_string(n) + ")";
+  // Beyond this many numbers only names of the item that clash with each other whatever the
+  // number (same name in other letter case, or long names cut to the same stem) can be left.
+  const std::size_t shared = taken.size() + wanted.size() + 2;
+  for (std::size_t n = 1; n <= shared; ++n) {
     std::vector<std::string> names;
     std::set<std::string> folded;
-    bool free = true;
     for (const NameParts& name : parts) {
-      names.push_back(fittedName(name.stem, suffix, name));
+      names.push_back(fittedName(name.stem, numberSuffix(n), name));
       std::string lower = UnicodeText::lowercased(names.back());
-      if (taken.contains(lower) || !folded.insert(std::move(lower)).second) {
-        free = false;
-        break;
-      }
+      if (taken.contains(lower) || !folded.insert(std::move(lower)).second) break;
     }
-    if (!free) continue;
+    if (folded.size() < parts.size()) continue;
     taken.insert(folded.begin(), folded.end());
     return names;
   }
+  // Such an item gets a number per file instead.
+  std::vector<std::string> names;
+  for (const NameParts& name : parts) {
+    for (std::size_t n = 1;; ++n) {
+      std::string candidate = fittedName(name.stem, numberSuffix(n), name);
+      if (taken.insert(UnicodeText::lowercased(candidate)).second) {
+        names.push_back(std::move(candidate));
+        break;
+      }
+    }
+  }
+  return names;
 }
 
 }  // namespace quillmere::RepairEngine

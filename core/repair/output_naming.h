@@ -33,6 +33,9 @@ NameParts splitName(std::string_view name);
 // characters) where the whole would exceed kMaxNameBytes. The suffix and the extension are kept.
 std::string fittedName(std::string_view stem, std::string_view suffix, const NameParts& rest);
 
+// "" for 1, else " (n)": what tells apart copies that want the same name.
+std::string numberSuffix(std::size_t n);
+
 // The folder of an item inside the run folder, by the local date of its lead file's decision:
 // "Photos/2019/2019-07" (the month in the decided zone, not in UTC), or "Photos/Undated" when
 // the decision has no instant.
@@ -41,7 +44,8 @@ std::string datedFolder(const DateDecision& decision);
 // Final names for the files of one item in `folder`: the wanted names themselves when free,
 // else all of them with the same " (n)" before their extensions, n = 2, 3, ..., chosen so that
 // none clashes, ignoring letter case, with a name given out earlier in that folder or with
-// another of them. Records the names returned in `used`.
+// another of them. Files of one item whose names clash with each other whatever the number get
+// a number each instead. Records the names returned in `used`.
 std::vector<std::string> uniqueNames(const std::vector<std::string>& wanted,
                                      const std::string& folder, UsedNames& used);
 
