@@ -184,6 +184,24 @@ Record readRecord(const std::filesystem::path& reportFolder);
 // Writes the whole record atomically. False when it could not be written (nothing changed).
 bool saveRecord(const Record& record, const std::filesystem::path& reportFolder);
 
+// One line of the import log: the item's first path, whether it was added, and the note.
+struct LogLine {
+  std::string file;
+  bool imported = false;
+  std::string note;
+
+  bool operator==(const LogLine&) const = default;
+};
+
+// One log field: an apostrophe put before a leading "=", "+", "-" or "@" so spreadsheets don't
+// take it for a formula, then quoted (with doubled quotes) when it holds a comma, a quote, a
+// line feed or a carriage return.
+std::string logField(std::string_view text);
+// Appends `lines` to "photos-import.csv" in `reportFolder` under its one header line
+// "file,outcome,note", rewriting the file whole and atomically; an existing file that isn't
+// UTF-8 is replaced. False when it could not be written.
+bool appendLog(const std::vector<LogLine>& lines, const std::filesystem::path& reportFolder);
+
 // The items to add for the rows of `result`: failed and copy-less rows left out, one item per
 // file except the still and movie of a Live Photo, which become one paired item. Pure.
 std::vector<ImportItem> items(const RepairResult& result);
