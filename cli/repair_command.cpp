@@ -102,7 +102,8 @@ std::optional<int> parse(std::span<const std::string> args, RepairArguments& par
                    kRepairHelp);
       return kExitFailed;
     } else {
-      parsed.inputs.emplace_back(arg);
+      // Absolute, so the report names every source file by its full path.
+      parsed.inputs.push_back(std::filesystem::absolute(arg));
     }
   }
   if (parsed.inputs.empty() || parsed.out.empty()) {

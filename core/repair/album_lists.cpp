@@ -1,12 +1,8 @@
 #include "core/repair/album_lists.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <set>
-#include <system_error>
 
+#include "core/repair/atomic_file.h"
 #include "core/repair/output_naming.h"
 #include "core/sources/unicode_text.h"
 
@@ -22,36 +18,16 @@ std::string safeBaseName(std::string_view album) {
   return name;
 }
 
-[[noreturn]] void throwErrno(const std::string& what, const std::filesystem::path& path) {
-  throw std::filesystem::filesystem_error(what, path, std::error_code(errno, std::generic_category()));
-}
-
-// Writes `text` to `temp` in full and flushes it to the disk, then renames it to `target`.
-void writeAtomically(const std::string& text, const std::filesystem::path& temp,
-                     const std::filesystem::path& target) {
-  const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-  if (fd < 0) throwErrno("Couldn't write the album list", temp);
-  std::size_t written = 0;
-  bool ok = true;
-  while (ok && written < text.size()) {
-    const ssize_t n = ::write(fd, text.data() + written, text.size() - written);
-    if (n < 0 && errno == EINTR) continue;
-    ok = n > 0;
-    if (ok) written += static_cast<std::size_t>(n);
-  }
-  ok = ok && ::fsync(fd) == 0;
-  const int savedErrno = ok ? 0 : (errno != 0 ? errno : EIO);
-  ::close(fd);
-  std::error_code ignored;
-  if (!ok) {
-    std::filesystem::remove(temp, ignored);
-    errno = savedErrno;
-    throwErrno("Couldn't write the album list", target);
-  }
+// Writes `text` completely inside the work folder first, so that a killed run never leaves a
+// partial list among the output.
+void writeThroughWork(const std::string& text, const std::filesystem::path& staged,
+                      const std::filesystem::path& target) {
+  AtomicFile::write(staged, text);
   std::error_code error;
-  std::filesystem::rename(temp, target, error);
+  std::filesystem::rename(staged, target, error);
   if (error) {
-    std::filesystem::remove(temp, ignored);
+    std::error_code ignored;
+    std::filesystem::remove(staged, ignored);
     throw std::filesystem::filesystem_error("Couldn't write the album list", target, error);
   }
 }
@@ -94,7 +70,7 @@ void writeAlbums(const AlbumLists& lists, const std::filesystem::path& runFolder
   int index = 0;
   for (const auto& [album, fileName] : names) {
     const auto temp = work / ("album-" + std::to_string(index++) + ".txt");
-    writeAtomically(albumListText(album, lists.at(album)), temp, folder / fileName);
+    writeThroughWork(albumListText(album, lists.at(album)), temp, folder / fileName);
   }
 }
 
