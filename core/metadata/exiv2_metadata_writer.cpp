@@ -12,6 +12,7 @@
 #include <set>
 
 #include "core/metadata/exiv2_setup.h"
+#include "core/metadata/iptc_digest.h"
 #include "core/sources/unicode_text.h"
 
 // Exiv2 0.27 hands images out as std::auto_ptr; its deprecation is not ours to fix.
@@ -59,6 +60,59 @@ bool isWritable(const Exiv2::Image& image, std::string_view fileName) {
     default:
       return false;
   }
+}
+
+// Maker-note tags holding file offsets of blocks that Exiv2 does not move along with the maker
+// note: Canon's original decision data and Nikon's scan IFD. A rewrite would leave them
+// pointing at other bytes.
+bool hasUnmovableMakerNoteBlock(const Exiv2::ExifData& exif) {
+  return std::any_of(exif.begin(), exif.end(), [](const Exiv2::Exifdatum& datum) {
+    const std::string group = datum.groupName();
+    return (group == "Canon" && datum.tag() == 0x0083 && datum.toLong() != 0) ||
+           (group == "Nikon3" && datum.tag() == 0x0e10);
+  });
+}
+
+// The bytes of every strip and tile of a TIFF structure, by directory, in order; absent when
+// one lies outside the file (a damaged or cut file, which is not rewritten).
+std::optional<std::map<std::string, std::vector<std::span<const std::uint8_t>>>> imageData(
+    const Exiv2::ExifData& exif, std::span<const std::uint8_t> file) {
+  std::map<std::string, std::vector<std::span<const std::uint8_t>>> blocks;
+  for (const auto& [offsetsTag, countsTag] :
+       {std::pair{0x0111, 0x0117}, std::pair{0x0144, 0x0145}}) {
+    for (const Exiv2::Exifdatum& offsets : exif) {
+      if (offsets.tag() != offsetsTag) continue;
+      const auto counts = exif.findKey(Exiv2::ExifKey(countsTag, offsets.groupName()));
+      if (counts == exif.end() || counts->count() != offsets.count()) return std::nullopt;
+      auto& list = blocks[offsets.groupName() + std::to_string(offsetsTag)];
+      for (long i = 0; i < offsets.count(); ++i) {
+        const long start = offsets.toLong(i), length = counts->toLong(i);
+        if (start < 0 || length < 0 || static_cast<std::size_t>(start) > file.size() ||
+            static_cast<std::size_t>(length) > file.size() - static_cast<std::size_t>(start)) {
+          return std::nullopt;
+        }
+        list.push_back(
+            file.subspan(static_cast<std::size_t>(start), static_cast<std::size_t>(length)));
+      }
+    }
+  }
+  return blocks;
+}
+
+bool sameImageData(const std::map<std::string, std::vector<std::span<const std::uint8_t>>>& a,
+                   const std::map<std::string, std::vector<std::span<const std::uint8_t>>>& b) {
+  if (a.size() != b.size()) return false;
+  for (const auto& [directory, blocks] : a) {
+    const auto other = b.find(directory);
+    if (other == b.end() || other->second.size() != blocks.size()) return false;
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+      if (!std::equal(blocks[i].begin(), blocks[i].end(), other->second[i].begin(),
+                      other->second[i].end())) {
+        return false;
+      }
+    }
+  }
+  return true;
 }
 
 bool hasXmp(const Exiv2::XmpData& xmp, const char* key) {
@@ -291,11 +345,16 @@ bool apply(const Tags& tags, Exiv2::Image& image) {
   return writeXmp(xmpTags, image.xmpData(), !holdsIptc);
 }
 
+// Every tag with a value; Exiv2 drops empty ones on writing, which loses nothing.
 std::multiset<std::string> keysOf(const Exiv2::Image& image) {
   std::multiset<std::string> keys;
   for (const Exiv2::Exifdatum& datum : image.exifData()) keys.insert(datum.key());
-  for (const Exiv2::Iptcdatum& datum : image.iptcData()) keys.insert(datum.key());
-  for (const Exiv2::Xmpdatum& datum : image.xmpData()) keys.insert(datum.key());
+  for (const Exiv2::Iptcdatum& datum : image.iptcData()) {
+    if (datum.size() > 0) keys.insert(datum.key());
+  }
+  for (const Exiv2::Xmpdatum& datum : image.xmpData()) {
+    if (datum.size() > 0 && !datum.toString().empty()) keys.insert(datum.key());
+  }
   return keys;
 }
 
@@ -306,13 +365,18 @@ Exiv2::Image::AutoPtr openInMemory(std::span<const std::uint8_t> bytes) {
   return image;
 }
 
-// True when every tag that was to be written is found again in `written`.
-bool keepsEveryTag(const std::multiset<std::string>& expected,
-                   std::span<const std::uint8_t> written) {
+// True when every tag that was to be written is found again in `written`, and every strip and
+// tile holds the same bytes as in `original`.
+bool keepsEverything(const std::multiset<std::string>& expected, const Exiv2::ExifData& original,
+                     std::span<const std::uint8_t> photo, std::span<const std::uint8_t> written) {
   const Exiv2::Image::AutoPtr image = openInMemory(written);
   if (image.get() == nullptr) return false;
   const std::multiset<std::string> found = keysOf(*image);
-  return std::includes(found.begin(), found.end(), expected.begin(), expected.end());
+  if (!std::includes(found.begin(), found.end(), expected.begin(), expected.end())) return false;
+  if (image->imageType() != kTiffType) return true;
+  const auto before = imageData(original, photo);
+  const auto after = imageData(image->exifData(), written);
+  return before && after && sameImageData(*before, *after);
 }
 
 Bytes contentsOf(Exiv2::BasicIo& io) {
@@ -336,12 +400,18 @@ std::optional<Bytes> rewrite(std::span<const std::uint8_t> photo, std::string_vi
   try {
     const Exiv2::Image::AutoPtr image = openInMemory(photo);
     if (image.get() == nullptr || !isWritable(*image, fileName)) return std::nullopt;
+    if (hasUnmovableMakerNoteBlock(image->exifData())) return std::nullopt;
+    const Exiv2::ExifData original = image->exifData();
+    if (image->imageType() == kTiffType && !imageData(original, photo)) return std::nullopt;
     const bool xmpChanged = apply(tags, *image);
     image->writeXmpFromPacket(!xmpChanged);  // an untouched packet is kept byte for byte
     const std::multiset<std::string> expected = keysOf(*image);
     image->writeMetadata();
     Bytes written = contentsOf(image->io());
-    if (written.empty() || !keepsEveryTag(expected, written)) return std::nullopt;
+    if (image->imageType() == kJpegType) IptcDigest::refresh(written);
+    if (written.empty() || !keepsEverything(expected, original, photo, written)) {
+      return std::nullopt;
+    }
     return written;
   } catch (const std::exception&) {
     return std::nullopt;
