@@ -21,9 +21,12 @@ struct QuickTimeMetadataEdit {
     bool operator==(const Item&) const = default;
   };
 
-  // Written, in this order, after the movie's other items in moov/meta; every existing item
-  // under one of these keys is removed first, wherever an mdta item list holds it.
+  // Written, in this order, after the movie's other items in its mdta list (moov/meta, else the
+  // one in moov/udta/meta that ffmpeg writes, else a new moov/meta right after the header).
   std::vector<Item> items;
+  // Keys whose items are removed from every mdta list first; the items' own keys, and the
+  // plain names ffmpeg gives the same facts, belong here.
+  std::vector<std::string> removeKeys;
   // User-data item types ("\xA9" "day", "\xA9" "xyz", ...) that state the same facts in the
   // older key spaces: removed from moov/udta and from the iTunes item list inside it, so that
   // no reader is left to choose between an old and a new value.

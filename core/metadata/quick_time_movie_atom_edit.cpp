@@ -169,9 +169,11 @@ AtomNode makeMetadataAtom() {
   return meta;
 }
 
-void removeUserData(AtomNode& userData, const QuickTimeMetadataEdit& edit,
-                    const std::set<std::string, std::less<>>& removedKeys) {
-  if (edit.removeUserData.empty() && removedKeys.empty()) return;
+// Returns the user data's own mdta key list, if it has one (ffmpeg writes its keys there).
+AtomNode* removeUserData(AtomNode& userData, const QuickTimeMetadataEdit& edit,
+                         const std::set<std::string, std::less<>>& removedKeys) {
+  AtomNode* keyed = nullptr;
+  if (edit.removeUserData.empty() && removedKeys.empty()) return keyed;
   expandOrRefuse(userData);
   std::erase_if(userData.children, [&](const AtomNode& node) {
     return std::find(edit.removeUserData.begin(), edit.removeUserData.end(), node.type) !=
@@ -182,6 +184,8 @@ void removeUserData(AtomNode& userData, const QuickTimeMetadataEdit& edit,
     const std::uint32_t handler = handlerType(node);
     if (handler == kMdta) {
       editKeyedItems(node, removedKeys, {});
+      require(keyed == nullptr);
+      keyed = &node;
     } else if (handler == kMdir && node.count(kIlst) == 1) {
       AtomNode* items = node.child(kIlst);
       expandOrRefuse(*items);
@@ -191,6 +195,7 @@ void removeUserData(AtomNode& userData, const QuickTimeMetadataEdit& edit,
       });
     }
   }
+  return keyed;
 }
 
 // One chunk offset table of a track, decoded.
@@ -199,20 +204,23 @@ struct ChunkOffsets {
   std::uint32_t flags = 0;
   bool wide = false;  // co64
   std::vector<std::uint64_t> offsets;
+  Bytes padding;  // bytes after the last entry, kept as found
 };
 
 ChunkOffsets readChunkOffsets(AtomNode& atom) {
-  ChunkOffsets table{&atom, 0, atom.type == kCo64, {}};
+  ChunkOffsets table{&atom, 0, atom.type == kCo64, {}, {}};
   const std::span<const std::uint8_t> body = atom.payload();
   require(!atom.expanded && body.size() >= 8);
   table.flags = static_cast<std::uint32_t>(readBigEndian(body, 0, 4));
   const std::uint64_t count = readBigEndian(body, 4, 4);
   const int width = table.wide ? 8 : 4;
-  require(body.size() - 8 == count * width);
+  // Some editors empty a table without shrinking it: extra bytes are kept, missing ones refused.
+  require((body.size() - 8) / width >= count);
   table.offsets.reserve(count);
   for (std::uint64_t i = 0; i < count; ++i) {
     table.offsets.push_back(readBigEndian(body, 8 + i * width, width));
   }
+  table.padding.assign(body.begin() + static_cast<std::ptrdiff_t>(8 + count * width), body.end());
   return table;
 }
 
@@ -278,6 +286,7 @@ void moveChunkOffsets(AtomNode& movie, std::vector<ChunkOffsets>& tables, std::u
         appendU32(body, static_cast<std::uint32_t>(moved));
       }
     }
+    body.insert(body.end(), table.padding.begin(), table.padding.end());
     *table.atom = makeAtom(wide ? kCo64 : kStco, body);
   }
 }
@@ -293,19 +302,24 @@ Bytes rewriteOrThrow(std::span<const std::uint8_t> movieAtom, std::uint64_t movi
 
   std::set<std::string, std::less<>> removedKeys;
   for (const QuickTimeMetadataEdit::Item& item : edit.items) removedKeys.insert(item.key);
+  removedKeys.insert(edit.removeKeys.begin(), edit.removeKeys.end());
   std::vector<ChunkOffsets> tables;
   bool auxiliaryOffsets = false;
   AtomNode* target = nullptr;
+  AtomNode* userDataKeyed = nullptr;
   for (AtomNode& node : movie.children) {
     if (node.type == fourCC("trak")) {
       collectChunkOffsets(node, tables, auxiliaryOffsets);
     } else if (node.type == fourCC("udta")) {
-      removeUserData(node, edit, removedKeys);
+      if (AtomNode* keyed = removeUserData(node, edit, removedKeys)) userDataKeyed = keyed;
     } else if (node.type == kMeta && expandMeta(node) && handlerType(node) == kMdta) {
       require(target == nullptr);
       target = &node;
     }
   }
+  // Readers keep one key list at a time, so a movie whose keys live in its user data gets the new
+  // items there rather than a second list.
+  if (target == nullptr) target = userDataKeyed;
   if (target != nullptr) {
     editKeyedItems(*target, removedKeys, edit.items);
   } else if (!edit.items.empty()) {

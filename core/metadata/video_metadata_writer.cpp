@@ -36,7 +36,8 @@ std::string joined(const std::vector<std::string>& keywords) {
 
 // The items to write, and the older user-data items that state the same fact: QuickTime's
 // "©day", "©xyz" and "©des" and the 3GPP place "loci" in moov/udta, and "©day", "©des" and
-// "desc" in the iTunes item list there. Left behind, they would give readers that keep the
+// "desc" in the iTunes item list there, and the mdta keys "date", "location" and "description"
+// that ffmpeg writes for them. Left behind, they would give readers that keep the
 // first date or place, or the last description, an old value.
 QuickTimeMetadataEdit editFor(const MetadataPatch& patch) {
   QuickTimeMetadataEdit edit;
@@ -44,17 +45,20 @@ QuickTimeMetadataEdit editFor(const MetadataPatch& patch) {
     edit.items.push_back({std::string(kCreationDateKey),
                           ISODate::format(*patch.dateUTC, patch.offsetSeconds.value_or(0))});
     edit.removeUserData.push_back(fourCC("\xA9" "day"));
+    edit.removeKeys.push_back("date");
     edit.creationTime = patch.dateUTC;
   }
   if (patch.location) {
     edit.items.push_back({std::string(kLocationKey), ISO6709::format(*patch.location)});
     edit.removeUserData.push_back(fourCC("\xA9" "xyz"));
     edit.removeUserData.push_back(fourCC("loci"));
+    edit.removeKeys.push_back("location");
   }
   if (patch.caption) {
     edit.items.push_back({std::string(kDescriptionKey), *patch.caption});
     edit.removeUserData.push_back(fourCC("\xA9" "des"));
     edit.removeUserData.push_back(fourCC("desc"));
+    edit.removeKeys.push_back("description");
   }
   if (!patch.addKeywords.empty()) {
     edit.items.push_back({std::string(kKeywordsKey), joined(patch.addKeywords)});
