@@ -70,8 +70,8 @@ RepairRow writeFile(RunState& run, const MediaUnit& unit, const Staged& staged,
   const MetadataPatch& patch = staged.plan.patch;
   RepairRow row = staged.plan.row(unit, *staged.file, relative);
   try {
-    const WriteMethod method =
-        MetadataWriter::write(patch, kind, staged.temp, destination, staged.plan.existingKeywords);
+    const WriteMethod method = writeThroughWork(patch, kind, staged.temp, destination,
+                                                staged.plan.existingKeywords, run.work);
     row.method = std::string(label(method));
     if (method == WriteMethod::xmpSidecar) {
       row.notes.push_back("This file type can't hold the metadata safely; it's in " + name +
@@ -86,7 +86,7 @@ RepairRow writeFile(RunState& run, const MediaUnit& unit, const Staged& staged,
     }
     for (const std::string& album : staged.file->albums) run.albums[album].push_back(relative);
     if (staged.overlayNote) row.notes.push_back(*staged.overlayNote);
-    keepExtras(staged, name, folder, runFolder, row);
+    keepExtras(staged, name, folder, runFolder, row, run.work);
   } catch (const std::exception& error) {
     row.status = RepairRow::Status::failed;
     row.notes.emplace_back(error.what());

@@ -51,22 +51,43 @@ Staged stage(const MediaFilePtr& file, const std::filesystem::path& work,
   return staged;
 }
 
+WriteMethod writeThroughWork(const MetadataPatch& patch, MediaKind kind,
+                             const std::filesystem::path& source,
+                             const std::filesystem::path& destination,
+                             const std::vector<std::string>& existingKeywords,
+                             const std::filesystem::path& work) {
+  // A folder of its own per copy, named after the working file, so no two copies meet.
+  const auto folder = work / (source.filename().string() + ".out");
+  std::filesystem::create_directory(folder);
+  const auto written = folder / destination.filename();
+  const WriteMethod method = MetadataWriter::write(patch, kind, source, written, existingKeywords);
+  const auto sidecar = std::filesystem::path(written.string() + ".xmp");
+  std::filesystem::rename(written, destination);
+  if (std::filesystem::exists(sidecar)) {
+    std::filesystem::rename(sidecar, destination.string() + ".xmp");
+  }
+  std::error_code ignored;
+  std::filesystem::remove(folder, ignored);
+  return method;
+}
+
 MetadataWriter::Verification verify(const std::filesystem::path& written, MediaKind kind,
                                     const MetadataPatch& patch) {
   return MetadataWriter::verify(patch, EmbeddedMetadataReader::read(written, kind));
 }
 
 void keepExtras(const Staged& staged, const std::string& finalName, const std::string& folder,
-                const std::filesystem::path& runFolder, RepairRow& row) {
+                const std::filesystem::path& runFolder, RepairRow& row,
+                const std::filesystem::path& work) {
   const std::string sub = folder.starts_with("Photos/") ? folder.substr(7) : folder;
   const NameParts name = splitName(finalName);
   if (staged.original) {
     const auto extras = runFolder / "Extras" / "Without overlays" / sub;
     std::filesystem::create_directories(extras);
     const NameParts originalName{"", extensionOf(staged.original->filename().string()), true};
-    MetadataWriter::write(staged.plan.patch, MediaKind::photo, *staged.original,
-                          extras / fittedName(name.stem, "", originalName),
-                          staged.plan.existingKeywords);
+    writeThroughWork(staged.plan.patch, MediaKind::photo, *staged.original,
+                     extras / fittedName(name.stem, "", originalName), staged.plan.existingKeywords,
+                     work);
     row.notes.emplace_back(
         "Caption/sticker overlay merged into the photo; original without it is in Extras/Without "
         "overlays");

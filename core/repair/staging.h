@@ -31,6 +31,16 @@ struct Staged {
 Staged stage(const MediaFilePtr& file, const std::filesystem::path& work,
              const OffsetIndex& offsets, const RepairOptions& options);
 
+// MetadataWriter::write into a private folder inside `work`, then the copy (and its ".xmp"
+// sidecar, if the writer made one) renamed to `destination`: whatever the writer leaves while
+// it works stays inside the work folder, so a killed run leaves nothing half-written among the
+// output. Throws the writer's or the file system's error.
+WriteMethod writeThroughWork(const MetadataPatch& patch, MediaKind kind,
+                             const std::filesystem::path& source,
+                             const std::filesystem::path& destination,
+                             const std::vector<std::string>& existingKeywords,
+                             const std::filesystem::path& work);
+
 // Reads the written copy back and checks it holds the patch's date and position.
 MetadataWriter::Verification verify(const std::filesystem::path& written, MediaKind kind,
                                     const MetadataPatch& patch);
@@ -38,9 +48,10 @@ MetadataWriter::Verification verify(const std::filesystem::path& written, MediaK
 // What a Snapchat file leaves besides its copy: a merged photo's original, written with the
 // same metadata into "Extras/Without overlays/<sub>", or a video's overlay, moved into
 // "Extras/Video overlays/<sub>", where <sub> is `folder` without its "Photos/". Amends `row`.
-// Throws the file system's (or the writer's) error.
+// Writes through `work` like writeThroughWork. Throws the file system's (or the writer's) error.
 void keepExtras(const Staged& staged, const std::string& finalName, const std::string& folder,
-                const std::filesystem::path& runFolder, RepairRow& row);
+                const std::filesystem::path& runFolder, RepairRow& row,
+                const std::filesystem::path& work);
 
 }  // namespace quillmere::RepairEngine
 

@@ -45,6 +45,19 @@ nlohmann::json exiftool(const fs::path& file) {
   return nlohmann::json::parse(result.out).at(0);
 }
 
+// Every photo below `folder`, with its date as exiftool reads it (or its error): one call.
+void expectEveryPhotoCompleteAndDated(const fs::path& folder) {
+  if (!fs::exists(folder)) return;
+  const auto result = testing::runCommand(
+      {"exiftool", "-j", "-r", "-ext", "jpg", "-DateTimeOriginal", "-Error", folder.string()});
+  if (result.out.empty()) return;  // no photo there yet
+  for (const auto& tags : nlohmann::json::parse(result.out)) {
+    SCOPED_TRACE(tags.dump());
+    EXPECT_FALSE(tags.contains("Error"));
+    EXPECT_TRUE(tags.contains("DateTimeOriginal"));
+  }
+}
+
 std::vector<std::string> keywordsOf(const nlohmann::json& tags) {
   std::vector<std::string> all;
   for (const char* key : {"Keywords", "Subject"}) {
@@ -155,11 +168,30 @@ TEST_F(RepairTest, TheTakeoutSampleGetsDatesZonesPlacesCaptionsAndAlbums) {
   EXPECT_NE(std::find(keywords.begin(), keywords.end(), "Lisbon 2019"), keywords.end())
       << albumTags.dump();
 
-  // The four report files, and nothing but copies, sidecars, lists and the report.
-  EXPECT_TRUE(fs::is_regular_file(runFolder / "README.txt"));
-  for (const char* name : {"changes.csv", "couldnt-fix.csv", "summary.json"}) {
-    EXPECT_TRUE(fs::is_regular_file(runFolder / "Report" / name)) << name;
+  // The movie, read by ffprobe: Google's place and caption in its QuickTime items.
+  const RepairRow* video = rowFor(*result, "/VID_0006.mp4");
+  ASSERT_NE(video, nullptr);
+  std::map<std::string, std::string> movieTags;
+  for (const auto& [key, value] : testing::movieTags(runFolder / video->output)) movieTags[key] = value;
+  EXPECT_EQ(movieTags["com.apple.quicktime.location.ISO6709"], "+040.4168-0003.7038+0.000/");
+  EXPECT_EQ(movieTags["com.apple.quicktime.description"], "Plaza Mayor at breakfast");
+  EXPECT_EQ(movieTags["creation_time"], "2020-08-08T08:08:08.000000Z");
+
+  // The four report files, byte for byte (summary.json apart from its time of writing).
+  const fs::path expected = fs::path(QUILLMERE_TEST_DATA) / "repair";
+  EXPECT_EQ(slurp(result->reportFolder() / "changes.csv"), slurp(expected / "takeout-changes.csv"));
+  const std::string changes = slurp(expected / "takeout-changes.csv");
+  EXPECT_EQ(slurp(result->reportFolder() / "couldnt-fix.csv"),
+            changes.substr(0, changes.find('\n') + 1));  // nothing failed: the header alone
+  EXPECT_EQ(slurp(runFolder / "README.txt"), slurp(expected / "takeout-README.txt"));
+  auto summary = nlohmann::json::parse(slurp(result->reportFolder() / "summary.json"));
+  EXPECT_TRUE(summary["createdAt"].get<std::string>().ends_with("Z"));
+  summary.erase("createdAt");
+  auto expectedSummary = nlohmann::json::parse(slurp(expected / "takeout-summary.json"));
+  for (auto& input : expectedSummary["inputs"]) {
+    input = kExamples.string() + input.get<std::string>().substr(std::string("{examples}").size());
   }
+  EXPECT_EQ(summary, expectedSummary);
   for (const std::string& path : listing(runFolder)) {
     EXPECT_TRUE(path.starts_with("Photos/") || path.starts_with("Albums/") ||
                 path.starts_with("Report/") || path == "Albums/" || path == "Photos/" ||
@@ -438,17 +470,12 @@ TEST_F(RepairTest, ADestinationThatFillsUpFailsTheFilesThatDontFitAndNothingIsHa
   const std::string problems = slurp(runFolder / "Report" / "couldnt-fix.csv");
   EXPECT_NE(problems.find("BIG.jpg,,"), std::string::npos) << problems;
   EXPECT_FALSE(fs::exists(runFolder / "Photos" / "2019" / "2019-07" / "BIG.jpg"));
-  for (const std::string& path : listing(runFolder / "Photos")) {
-    if (!path.ends_with(".jpg")) continue;
-    const auto tags = exiftool(runFolder / "Photos" / path);
-    EXPECT_FALSE(tags.contains("Error")) << path << tags.dump();
-    EXPECT_TRUE(tags.contains("DateTimeOriginal")) << path;
-  }
+  expectEveryPhotoCompleteAndDated(runFolder / "Photos");
 }
 
 TEST_F(RepairTest, AKilledRunLeavesNoHalfWrittenFileOutsideItsWorkFolder) {
   const TempDir& work = in_;
-  const fs::path root = datedExport(work / "Takeout", 40, 200, true);
+  const fs::path root = datedExport(work / "Takeout", 24, 200, true);
   watch(root);
   const auto scan = ExportScanner::scan({root});
   const fs::path destination = work / "out";
@@ -472,12 +499,8 @@ TEST_F(RepairTest, AKilledRunLeavesNoHalfWrittenFileOutsideItsWorkFolder) {
         if (path.starts_with(".work") || path.ends_with("/")) continue;
         SCOPED_TRACE(path);
         EXPECT_FALSE(fs::path(path).filename().string().starts_with(".")) << "a temporary file";
-        if (path.ends_with(".jpg")) {
-          const auto tags = exiftool(runFolder.path() / path);
-          EXPECT_FALSE(tags.contains("Error")) << tags.dump();
-          EXPECT_TRUE(tags.contains("DateTimeOriginal"));
-        }
       }
+      expectEveryPhotoCompleteAndDated(runFolder.path() / "Photos");
     }
   }
 }
