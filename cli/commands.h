@@ -8,8 +8,8 @@ namespace quillmere::cli {
 
 // Exit codes shared by every subcommand.
 inline constexpr int kExitOk = 0;
-inline constexpr int kExitDamaged = 1;  // the run worked but found damage
-inline constexpr int kExitFailed = 2;   // run-level failure or bad usage
+inline constexpr int kExitDamaged = 1;    // the run worked but found damage
+inline constexpr int kExitFailed = 2;     // run-level failure or bad usage
 inline constexpr int kExitStopped = 130;  // stopped by Ctrl-C or SIGTERM
 
 // Each subcommand receives the arguments after its own name.

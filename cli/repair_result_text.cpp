@@ -30,8 +30,8 @@ std::string repairResultText(const RepairResult& result) {
     out += stat(s.overlaysMerged, plural(s.overlaysMerged, "overlay merged", "overlays merged"),
                 "originals in Extras");
   } else {
-    out += stat(s.captionsWritten,
-                plural(s.captionsWritten, "caption restored", "captions restored"));
+    out +=
+        stat(s.captionsWritten, plural(s.captionsWritten, "caption restored", "captions restored"));
   }
   return out;
 }

@@ -167,7 +167,8 @@ FilePlan plan(const MediaFile& file, const std::optional<EmbeddedMetadata>& embe
   if (!file.specialFolders.empty()) {
     plan.notes.push_back("Was in: " + joined(file.specialFolders, ", "));
   }
-  if (file.sidecar && file.sidecar->trashed) plan.notes.emplace_back("Marked as in trash by Google");
+  if (file.sidecar && file.sidecar->trashed)
+    plan.notes.emplace_back("Marked as in trash by Google");
   plan.before = describe(captureDate);
   return plan;
 }

@@ -39,20 +39,17 @@ std::string runFolderName(double now) {
   for (char& c : day) {
     if (c == ':') c = '-';
   }
-  return "Quillmere Repair " + day + " " + local.substr(space + 1, 2) +
-         local.substr(space + 4, 2);
+  return "Quillmere Repair " + day + " " + local.substr(space + 1, 2) + local.substr(space + 4, 2);
 }
 
 std::filesystem::path makeRunFolder(const std::filesystem::path& destination) {
-  const double now = std::chrono::duration<double>(
-                         std::chrono::system_clock::now().time_since_epoch())
-                         .count();
+  const double now =
+      std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
   const std::string base = runFolderName(now);
   const auto parent = std::filesystem::absolute(destination);
   std::filesystem::create_directories(parent);
   for (std::int64_t n = 1;; ++n) {
-    const auto folder =
-        parent / (n == 1 ? base : base + " (" + std::to_string(n) + ")");
+    const auto folder = parent / (n == 1 ? base : base + " (" + std::to_string(n) + ")");
     std::error_code error;
     if (std::filesystem::exists(std::filesystem::symlink_status(folder, error))) continue;
     // create_directory answers false when another run took the name in between.

@@ -31,8 +31,8 @@ Staged stage(const MediaFilePtr& file, const std::filesystem::path& work,
       file->overlay->copy(*staged.overlayTemp);
       if (file->kind == MediaKind::photo) {
         composite = work / (id + "-composite.jpg");
-        staged.overlayNote = OverlayCompositor::composite(staged.temp, *staged.overlayTemp,
-                                                          *composite);
+        staged.overlayNote =
+            OverlayCompositor::composite(staged.temp, *staged.overlayTemp, *composite);
         staged.original = staged.temp;
         staged.temp = *composite;
         staged.name = splitName(file->outputName).stem + ".jpg";

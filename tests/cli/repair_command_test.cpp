@@ -49,10 +49,9 @@ TEST(RepairCommandTest, RepairsTheSamplesAndWordsTheResultLikeTheApp) {
   const ScopedEnvironment utc("TZ", "UTC");
   const auto before = testing::snapshotTree(kExamples);
   TempDir out;
-  const auto result =
-      cli({"repair", "--quiet", "--out", (out / "new").string(),
-           (kExamples / "takeout-20240101T000000Z-001.zip").string(),
-           (kExamples / "takeout-20240101T000000Z-002.zip").string()});
+  const auto result = cli({"repair", "--quiet", "--out", (out / "new").string(),
+                           (kExamples / "takeout-20240101T000000Z-001.zip").string(),
+                           (kExamples / "takeout-20240101T000000Z-002.zip").string()});
   EXPECT_EQ(result.exitCode, 0) << result.err;
   EXPECT_EQ(result.err, "");
   const fs::path runFolder = onlyChild(out / "new");
@@ -115,8 +114,8 @@ TEST(RepairCommandTest, ExitStatusesAndMessages) {
       {"output inside the export",
        {"--out", (folder / "Google Photos" / "out").string(), folder.string()},
        2,
-       std::string(QuillmereError::outputInsideSource((folder / "Google Photos" / "out").string())
-                       .what()) +
+       std::string(
+           QuillmereError::outputInsideSource((folder / "Google Photos" / "out").string()).what()) +
            "\n"},
       {"nothing to repair",
        {"--out", (work / "out").string(), (work / "empty").string()},
@@ -126,10 +125,15 @@ TEST(RepairCommandTest, ExitStatusesAndMessages) {
        {"--out", (work / "takeout-001.zip" / "out").string(), folder.string()},
        2,
        "filesystem error: \u2026"},
-      {"a damaged photo", {"--out", (work / "out").string(), (work / "takeout-001.zip").string()},
-       1, ""},
+      {"a damaged photo",
+       {"--out", (work / "out").string(), (work / "takeout-001.zip").string()},
+       1,
+       ""},
       {"no --out", {folder.string()}, 2, "Usage: quillmere-cli repair \u2026"},
-      {"unknown option", {"--fast", folder.string()}, 2, "quillmere-cli repair: unknown option \u2026"},
+      {"unknown option",
+       {"--fast", folder.string()},
+       2,
+       "quillmere-cli repair: unknown option \u2026"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -176,8 +180,8 @@ TEST(RepairCommandTest, CtrlCFinishesTheItemWritesTheReportAndExits130) {
   const fs::path out = work / "out";
 
   const std::string cliPath = QUILLMERE_CLI;
-  std::vector<std::string> argv{cliPath, "repair", "--quiet", "--json", "--out", out.string(),
-                                root.string()};
+  std::vector<std::string> argv{cliPath, "repair",     "--quiet",    "--json",
+                                "--out", out.string(), root.string()};
   std::vector<char*> args;
   for (std::string& arg : argv) args.push_back(arg.data());
   args.push_back(nullptr);
@@ -192,8 +196,7 @@ TEST(RepairCommandTest, CtrlCFinishesTheItemWritesTheReportAndExits130) {
   posix_spawn_file_actions_destroy(&actions);
   // Wait until the first copies appear, then press Ctrl-C twice.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (!fs::exists(out) || fs::is_empty(out) ||
-         !fs::exists(onlyChild(out) / "Photos")) {
+  while (!fs::exists(out) || fs::is_empty(out) || !fs::exists(onlyChild(out) / "Photos")) {
     if (std::chrono::steady_clock::now() > deadline) break;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }

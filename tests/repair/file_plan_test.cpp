@@ -80,8 +80,8 @@ TEST(FilePlanTest, GooglesPositionReplacesTheFilesOnlyWhenEditedFarAway) {
        GeoPoint{north(kLisbon, 250).latitude, kLisbon.longitude, 5.0}, north(kLisbon, 250), true},
       {"geoDataExif never replaces", kLisbon, std::nullopt, geo(north(kLisbon, 5000)), std::nullopt,
        kLisbon, false},
-      {"no own position: geoDataExif is written", std::nullopt, geo({0, 0, {}}),
-       geo(kLisbon, 12), GeoPoint{kLisbon.latitude, kLisbon.longitude, 12.0}, kLisbon, false},
+      {"no own position: geoDataExif is written", std::nullopt, geo({0, 0, {}}), geo(kLisbon, 12),
+       GeoPoint{kLisbon.latitude, kLisbon.longitude, 12.0}, kLisbon, false},
       {"(0, 0) everywhere: nothing", std::nullopt, geo({-0.0, 0, {}}), geo({0, 0, {}}),
        std::nullopt, std::nullopt, false},
   };
@@ -136,7 +136,8 @@ TEST(FilePlanTest, CaptionKeywordsAndTheRowsStatus) {
   EXPECT_EQ(row.method, "");
 
   embedded.caption = "harbour";
-  plan = RepairEngine::plan(*file, embedded, emptyIndex(), {.destination = {}, .albumsAsKeywords = false});
+  plan = RepairEngine::plan(*file, embedded, emptyIndex(),
+                            {.destination = {}, .albumsAsKeywords = false});
   EXPECT_EQ(plan.patch.caption, "Harbour");
   EXPECT_TRUE(plan.patch.addKeywords.empty());
   EXPECT_EQ(plan.row(unit, *file, "x").status, RepairRow::Status::fixed);
@@ -187,9 +188,9 @@ TEST(FilePlanTest, TheOffsetIndexLearnsFromEveryFile) {
   nothing->sidecar->photoTakenTime = kJuly4;
   scan.files = {own, placed, derived, nothing};
   const OffsetIndex index = buildOffsetIndex(scan);
-  EXPECT_EQ(index.samples, (std::vector<OffsetIndex::Sample>{
-                               {1561975200 - 3 * 3600, 3 * 3600}, {kJuly4, 7200},
-                               {kJuly4 + 86400, 9 * 3600}}));
+  EXPECT_EQ(index.samples,
+            (std::vector<OffsetIndex::Sample>{
+                {1561975200 - 3 * 3600, 3 * 3600}, {kJuly4, 7200}, {kJuly4 + 86400, 9 * 3600}}));
 }
 
 }  // namespace

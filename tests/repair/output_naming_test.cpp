@@ -39,7 +39,8 @@ TEST(UniqueNamesTest, OneNumberPerItemAndNoClashInAnyLetterCase) {
             (std::vector<std::string>{"A.jpg", "a (2).JPG"}));
   EXPECT_EQ(uniqueNames({"IMG_1.JPG"}, "Photos/Undated", used),
             std::vector<std::string>{"IMG_1.JPG"});
-  EXPECT_EQ(uniqueNames({"\u00C4RGER.jpg"}, july, used), std::vector<std::string>{"\u00C4RGER.jpg"});
+  EXPECT_EQ(uniqueNames({"\u00C4RGER.jpg"}, july, used),
+            std::vector<std::string>{"\u00C4RGER.jpg"});
   EXPECT_EQ(uniqueNames({"\u00E4rger.jpg"}, july, used),
             std::vector<std::string>{"\u00E4rger (2).jpg"});
   EXPECT_EQ(uniqueNames({"README", ".hidden"}, july, used),
@@ -65,8 +66,8 @@ TEST(UniqueNamesTest, LongNamesAreCutInTheStemAndKeepTheirExtension) {
   EXPECT_EQ(third, accented.substr(0, 242) + " (2).jpg");
   // Two long names that differ only past the cut, or one name twice in one item, can't share
   // a number: each file gets its own.
-  const auto pair = uniqueNames({std::string(300, 'y') + "1.png", std::string(300, 'y') + "2.png"},
-                                "h", used);
+  const auto pair =
+      uniqueNames({std::string(300, 'y') + "1.png", std::string(300, 'y') + "2.png"}, "h", used);
   EXPECT_EQ(pair, (std::vector<std::string>{std::string(247, 'y') + ".png",
                                             std::string(243, 'y') + " (2).png"}));
   EXPECT_EQ(uniqueNames({"IMG.JPG", "img.jpg", "Img.Jpg"}, "h", used),
@@ -81,7 +82,7 @@ TEST(DatedFolderTest, TheLocalDateInTheDecidedZonePicksTheMonth) {
     std::optional<int> offset;
     std::string folder;
   } cases[] = {
-      {instant, 9 * 3600, "Photos/2019/2019-08"},  {instant, -4 * 3600, "Photos/2019/2019-07"},
+      {instant, 9 * 3600, "Photos/2019/2019-08"},     {instant, -4 * 3600, "Photos/2019/2019-07"},
       {instant, std::nullopt, "Photos/2019/2019-07"}, {std::nullopt, 3600, "Photos/Undated"},
       {253402300800.0, 0, "Photos/10000/10000-01"},
   };

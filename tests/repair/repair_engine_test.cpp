@@ -118,16 +118,15 @@ class RepairTest : public ::testing::Test {
   }
 
   const ScopedEnvironment utc_{"TZ", "UTC"};  // guessed zones must not depend on the machine
-  TempDir in_;  // generated exports; outlives TearDown's check
+  TempDir in_;                                // generated exports; outlives TearDown's check
   TempDir out_;
   std::map<fs::path, std::map<std::string, std::string>> snapshots_;
 };
 
 TEST_F(RepairTest, TheTakeoutSampleGetsDatesZonesPlacesCaptionsAndAlbums) {
-  const auto result =
-      repair({kExamples / "takeout-20240101T000000Z-001.zip",
-              kExamples / "takeout-20240101T000000Z-002.zip"},
-             {out_.path(), true});
+  const auto result = repair({kExamples / "takeout-20240101T000000Z-001.zip",
+                              kExamples / "takeout-20240101T000000Z-002.zip"},
+                             {out_.path(), true});
   const fs::path runFolder = result->outputFolder();
   EXPECT_EQ(runFolder.parent_path(), out_.path());
   EXPECT_TRUE(runFolder.filename().string().starts_with("Quillmere Repair "));
@@ -172,7 +171,8 @@ TEST_F(RepairTest, TheTakeoutSampleGetsDatesZonesPlacesCaptionsAndAlbums) {
   const RepairRow* video = rowFor(*result, "/VID_0006.mp4");
   ASSERT_NE(video, nullptr);
   std::map<std::string, std::string> movieTags;
-  for (const auto& [key, value] : testing::movieTags(runFolder / video->output)) movieTags[key] = value;
+  for (const auto& [key, value] : testing::movieTags(runFolder / video->output))
+    movieTags[key] = value;
   EXPECT_EQ(movieTags["com.apple.quicktime.location.ISO6709"], "+040.4168-0003.7038+0.000/");
   EXPECT_EQ(movieTags["com.apple.quicktime.description"], "Plaza Mayor at breakfast");
   EXPECT_EQ(movieTags["creation_time"], "2020-08-08T08:08:08.000000Z");
@@ -308,9 +308,8 @@ TEST_F(RepairTest, ADamagedEntryFailsOnlyItsFileAndClashingNamesGetNumbers) {
   }
   ASSERT_NE(damaged, nullptr);
   EXPECT_EQ(damaged->output, "");
-  EXPECT_EQ(damaged->notes,
-            std::vector<std::string>{
-                QuillmereError::checksumMismatch(folder + "Img_1.Jpg").what()});
+  EXPECT_EQ(damaged->notes, std::vector<std::string>{
+                                QuillmereError::checksumMismatch(folder + "Img_1.Jpg").what()});
   std::sort(outputs.begin(), outputs.end());
   EXPECT_EQ(outputs, (std::vector<std::string>{"Photos/2019/2019-07/IMG_1.JPG",
                                                "Photos/2019/2019-07/img_1 (2).jpg"}));
@@ -351,9 +350,9 @@ TEST_F(RepairTest, ACancelledRunStillWritesListsAndReportForTheItemsReached) {
       [&] { return ++asked > 3; });
   EXPECT_EQ(result->summary.items, 5);
   EXPECT_EQ(result->rows.size(), 3u);
-  EXPECT_EQ(progress, (std::vector<WorkProgress>{
-                          {"Repairing", 0, 5}, {"Repairing", 1, 5}, {"Repairing", 2, 5},
-                          {"Done", 5, 5}}));
+  EXPECT_EQ(progress,
+            (std::vector<WorkProgress>{
+                {"Repairing", 0, 5}, {"Repairing", 1, 5}, {"Repairing", 2, 5}, {"Done", 5, 5}}));
   const std::string list = slurp(result->outputFolder() / "Albums" / "Paris.txt");
   EXPECT_EQ(std::count(list.begin(), list.end(), '\n'), 3);
   const std::string changes = slurp(result->reportFolder() / "changes.csv");
