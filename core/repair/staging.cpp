@@ -56,19 +56,26 @@ WriteMethod writeThroughWork(const MetadataPatch& patch, MediaKind kind,
                              const std::filesystem::path& destination,
                              const std::vector<std::string>& existingKeywords,
                              const std::filesystem::path& work) {
-  // A folder of its own per copy, named after the working file, so no two copies meet.
-  const auto folder = work / (source.filename().string() + ".out");
+  // One folder for every copy in turn: each leaves it before the next is written, and a
+  // folder per copy would cost the file system an inode per file for nothing.
+  const auto folder = work / "out";
   std::filesystem::create_directory(folder);
   const auto written = folder / destination.filename();
-  const WriteMethod method = MetadataWriter::write(patch, kind, source, written, existingKeywords);
   const auto sidecar = std::filesystem::path(written.string() + ".xmp");
-  std::filesystem::rename(written, destination);
-  if (std::filesystem::exists(sidecar)) {
-    std::filesystem::rename(sidecar, destination.string() + ".xmp");
+  try {
+    const WriteMethod method =
+        MetadataWriter::write(patch, kind, source, written, existingKeywords);
+    std::filesystem::rename(written, destination);
+    if (std::filesystem::exists(sidecar)) {
+      std::filesystem::rename(sidecar, destination.string() + ".xmp");
+    }
+    return method;
+  } catch (...) {
+    // Leave the folder empty for the next copy, which may want the same name.
+    removeQuietly(written);
+    removeQuietly(sidecar);
+    throw;
   }
-  std::error_code ignored;
-  std::filesystem::remove(folder, ignored);
-  return method;
 }
 
 MetadataWriter::Verification verify(const std::filesystem::path& written, MediaKind kind,
