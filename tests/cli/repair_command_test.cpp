@@ -38,13 +38,6 @@ std::string slurp(const fs::path& path) {
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
-fs::path onlyChild(const fs::path& folder) {
-  std::vector<fs::path> children;
-  for (const auto& entry : fs::directory_iterator(folder)) children.push_back(entry.path());
-  EXPECT_EQ(children.size(), 1u);
-  return children.empty() ? fs::path() : children.front();
-}
-
 TEST(RepairCommandTest, RepairsTheSamplesAndWordsTheResultLikeTheApp) {
   const ScopedEnvironment utc("TZ", "UTC");
   const auto before = testing::snapshotTree(kExamples);
@@ -54,7 +47,7 @@ TEST(RepairCommandTest, RepairsTheSamplesAndWordsTheResultLikeTheApp) {
                            (kExamples / "takeout-20240101T000000Z-002.zip").string()});
   EXPECT_EQ(result.exitCode, 0) << result.err;
   EXPECT_EQ(result.err, "");
-  const fs::path runFolder = onlyChild(out / "new");
+  const fs::path runFolder = testing::onlyEntry(out / "new");
   EXPECT_EQ(result.out, "Repaired copies are in " + runFolder.string() +
                             "\n"
                             "\n"
@@ -196,7 +189,7 @@ TEST(RepairCommandTest, CtrlCFinishesTheItemWritesTheReportAndExits130) {
   posix_spawn_file_actions_destroy(&actions);
   // Wait until the first copies appear, then press Ctrl-C twice.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (!fs::exists(out) || fs::is_empty(out) || !fs::exists(onlyChild(out) / "Photos")) {
+  while (!fs::exists(out) || fs::is_empty(out) || !fs::exists(testing::onlyEntry(out) / "Photos")) {
     if (std::chrono::steady_clock::now() > deadline) break;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }

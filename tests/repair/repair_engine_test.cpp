@@ -359,14 +359,6 @@ TEST_F(RepairTest, ACancelledRunStillWritesListsAndReportForTheItemsReached) {
   EXPECT_EQ(std::count(changes.begin(), changes.end(), '\n'), 4);
 }
 
-// The run folder inside `destination` (there is exactly one).
-fs::path onlyRunFolder(const fs::path& destination) {
-  std::vector<fs::path> found;
-  for (const auto& entry : fs::directory_iterator(destination)) found.push_back(entry.path());
-  EXPECT_EQ(found.size(), 1u);
-  return found.empty() ? fs::path() : found.front();
-}
-
 TEST_F(RepairTest, RunLevelFailuresEndTheRunWithoutAWorkFolder) {
   const TempDir& work = in_;
   const fs::path root = datedExport(work / "Takeout", 2);
@@ -388,7 +380,7 @@ TEST_F(RepairTest, RunLevelFailuresEndTheRunWithoutAWorkFolder) {
     SCOPED_TRACE(c.name);
     TempDir destination;
     const auto sabotage = [&](const WorkProgress& p) {
-      if (p.phase == "Repairing" && p.done == 0) c.sabotage(onlyRunFolder(destination.path()));
+      if (p.phase == "Repairing" && p.done == 0) c.sabotage(testing::onlyEntry(destination.path()));
     };
     try {
       RepairEngine::run(*scan, {destination.path(), true}, sabotage);
@@ -400,7 +392,7 @@ TEST_F(RepairTest, RunLevelFailuresEndTheRunWithoutAWorkFolder) {
     } catch (const std::exception& error) {
       ADD_FAILURE() << error.what();
     }
-    EXPECT_FALSE(fs::exists(onlyRunFolder(destination.path()) / ".work"));
+    EXPECT_FALSE(fs::exists(testing::onlyEntry(destination.path()) / ".work"));
   }
 
   // Inside the export, and an export without media.
@@ -464,7 +456,7 @@ TEST_F(RepairTest, ADestinationThatFillsUpFailsTheFilesThatDontFitAndNothingIsHa
       },
       {.fileSizeBytes = 40'000, .withoutRoot = false});
   EXPECT_EQ(status, 1);
-  const fs::path runFolder = onlyRunFolder(destination);
+  const fs::path runFolder = testing::onlyEntry(destination);
   EXPECT_FALSE(fs::exists(runFolder / ".work"));
   const std::string problems = slurp(runFolder / "Report" / "couldnt-fix.csv");
   EXPECT_NE(problems.find("BIG.jpg,,"), std::string::npos) << problems;

@@ -1,5 +1,6 @@
 #include "tests/support/temp_dir.h"
 
+#include <gtest/gtest.h>
 #include <openssl/evp.h>
 #include <stdlib.h>
 
@@ -55,6 +56,15 @@ std::map<std::string, std::string> snapshotTree(const std::filesystem::path& roo
     snapshot[key] = item.is_directory() ? "dir" : sha256OfFile(item.path());
   }
   return snapshot;
+}
+
+std::filesystem::path onlyEntry(const std::filesystem::path& folder) {
+  std::vector<std::filesystem::path> entries;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    entries.push_back(entry.path());
+  }
+  EXPECT_EQ(entries.size(), 1u) << folder;
+  return entries.size() == 1 ? entries.front() : std::filesystem::path();
 }
 
 }  // namespace quillmere::testing

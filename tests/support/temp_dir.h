@@ -26,6 +26,10 @@ class TempDir {
 // folder mapped to "dir". Comparing two snapshots proves a tree was left byte for byte as it was.
 std::map<std::string, std::string> snapshotTree(const std::filesystem::path& root);
 
+// The one entry of `folder` (such as the run folder a repair made in its destination); adds a
+// test failure and returns an empty path when there are none or several.
+std::filesystem::path onlyEntry(const std::filesystem::path& folder);
+
 }  // namespace quillmere::testing
 
 #endif  // QUILLMERE_TESTS_SUPPORT_TEMP_DIR_H_
