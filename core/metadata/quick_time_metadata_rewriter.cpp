@@ -172,6 +172,9 @@ bool rewrite(const QuickTimeMetadataEdit& edit, const std::filesystem::path& sou
   if (input.get() < 0 || ::fstat(input.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     return false;
   }
+  // Renaming the copy over its own source would change the source.
+  std::error_code sameError;
+  if (std::filesystem::equivalent(source, destination, sameError)) return false;
   const auto fileSize = static_cast<std::uint64_t>(status.st_size);
   const std::optional<MovieAtomPlace> movie = locateMovieAtom(input.get(), fileSize);
   if (!movie || movie->size > kMaxMovieAtomSize) return false;

@@ -181,12 +181,16 @@ TEST(QuickTimeMetadataRewriterTest, RefusesDestinationsThatCannotBeWritten) {
   EXPECT_TRUE(listing(dir / "locked").empty());
 }
 
-TEST(QuickTimeMetadataRewriterTest, RefusesMissingFoldersAndOtherContainers) {
+TEST(QuickTimeMetadataRewriterTest, RefusesMissingFoldersItsOwnSourceAndOtherContainers) {
   TempDir dir;
   fs::create_directory(dir / "export");
   writeFile(dir / "export" / "clip.mov", keyedMovie(dir.path(), true));
   EXPECT_FALSE(
       MetadataWriter::writeVideo(patch(), dir / "export" / "clip.mov", dir / "gone" / "c.mov"));
+  const Bytes movie = readFile(dir / "export" / "clip.mov");
+  EXPECT_FALSE(MetadataWriter::writeVideo(patch(), dir / "export" / "clip.mov",
+                                          dir / "export" / "." / "clip.mov"));
+  EXPECT_EQ(readFile(dir / "export" / "clip.mov"), movie);
   fs::copy_file(dir / "export" / "clip.mov", dir / "export" / "clip.avi");
   EXPECT_FALSE(MetadataWriter::writeVideo(patch(), dir / "export" / "clip.avi", dir / "c.avi"));
   EXPECT_FALSE(fs::exists(dir / "c.avi"));
