@@ -13,11 +13,13 @@
 
 #include "tests/support/run_command.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/zip_builder.h"
 
 namespace quillmere {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using testing::readFile;
+using testing::writeFile;
 
 void put(Bytes& out, std::uint64_t value, int width) {
   for (int i = width - 1; i >= 0; --i) out.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
@@ -64,17 +66,6 @@ Bytes concat(std::initializer_list<Bytes> parts) {
 }
 
 const Bytes kFileType = atom("ftyp", {'q', 't', ' ', ' ', 0, 0, 2, 0, 'q', 't', ' ', ' '});
-
-void writeFile(const std::filesystem::path& path, const Bytes& bytes) {
-  std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
-}
-
-Bytes readFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(in), {});
-}
 
 // ffprobe's reading of the movie header's creation time ("" when it states none).
 std::string probedCreationTime(const std::filesystem::path& file) {

@@ -18,6 +18,7 @@
 #include "core/metadata/metadata_writer.h"
 #include "tests/support/run_command.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/zip_builder.h"
 
 namespace quillmere {
 namespace {
@@ -154,19 +155,6 @@ void expectRewritten(const fs::path& before, const fs::path& after) {
   EXPECT_EQ(metadata["caption"], "Café — 東京 🎉");
 }
 
-using Bytes = std::vector<std::uint8_t>;
-
-Bytes readBytes(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(in), {});
-}
-
-void writeBytes(const fs::path& path, const Bytes& bytes) {
-  std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
-}
-
 std::uint64_t getBE(const Bytes& bytes, std::size_t offset, int width) {
   std::uint64_t value = 0;
   for (int i = 0; i < width; ++i) value = (value << 8) | bytes[offset + i];
@@ -192,7 +180,7 @@ std::size_t atomAt(const Bytes& bytes, const std::string& type, std::size_t from
 // Fixture surgery where no tool writes the layout on demand. A movie-last file gets a
 // version-1 movie header (64-bit times, as long recordings have); nothing else moves.
 void widenMovieHeader(const fs::path& file) {
-  Bytes bytes = readBytes(file);
+  Bytes bytes = testing::readFile(file);
   const std::size_t movie = atomAt(bytes, "moov");
   const std::size_t header = atomAt(bytes, "mvhd", movie);
   ASSERT_EQ(bytes[header + 8], 0);
@@ -211,7 +199,7 @@ void widenMovieHeader(const fs::path& file) {
   bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(header), widened.begin(), widened.end());
   setBE(bytes, movie, getBE(bytes, movie, 4) + 12, 4);
   const std::string before = packets(file);
-  writeBytes(file, bytes);
+  testing::writeFile(file, bytes);
   ASSERT_EQ(packets(file), before);
   ASSERT_EQ(exiftool(file).value("QuickTime:MovieHeaderVersion", 0), 1);
 }
@@ -249,11 +237,12 @@ Bytes withWideChunkOffsets(const Bytes& bytes, std::size_t start, std::size_t en
 }
 
 void widenChunkOffsets(const fs::path& file) {
-  const Bytes bytes = readBytes(file);
+  const Bytes bytes = testing::readFile(file);
   const Bytes probe = withWideChunkOffsets(bytes, 0, bytes.size(), 0);
   ASSERT_GT(probe.size(), bytes.size());
   const std::string before = packets(file);
-  writeBytes(file, withWideChunkOffsets(bytes, 0, bytes.size(), probe.size() - bytes.size()));
+  testing::writeFile(file,
+                     withWideChunkOffsets(bytes, 0, bytes.size(), probe.size() - bytes.size()));
   ASSERT_EQ(packets(file), before);
 }
 
