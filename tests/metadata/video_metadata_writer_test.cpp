@@ -270,9 +270,12 @@ TEST(VideoMetadataWriterTest, WritesItemsIntoMoviesMadeByFfmpeg) {
       {"mp4, movie first", "clip.mp4", with({"-movflags", "+faststart"}), {}},
       {"m4v, movie first", "clip.m4v", with({"-f", "mp4", "-movflags", "+faststart"}), {}},
       {"qt, movie last", "clip.qt", with({"-f", "mov"}), {}},
+      // With a Live Photo pairing key, which every reader must still find afterwards.
       {"mov with keys in user data",
        "clip.mov",
-       with({"-movflags", "+faststart+use_metadata_tags"}),
+       with({"-metadata",
+             "com.apple.quicktime.content.identifier=6F2B1E0C-3C1A-4F7E-9D55-0A8C2E7B4D11",
+             "-movflags", "+faststart+use_metadata_tags"}),
        {}},
       {"mov with a timecode track",
        "clip.mov",
@@ -303,11 +306,13 @@ TEST(VideoMetadataWriterTest, WritesItemsIntoMoviesMadeByFfmpeg) {
       run(command);
     }
     if (test.reshape) test.reshape(source);
+    const std::string identifier = exiftool(source).value("Keys:ContentIdentifier", "");
     const auto exported = testing::snapshotTree(dir / "export");
     const fs::path destination = dir / ("copy-" + test.fileName);
     ASSERT_TRUE(MetadataWriter::writeVideo(fullPatch(), source, destination));
     EXPECT_EQ(testing::snapshotTree(dir / "export"), exported);
     expectRewritten(source, destination);
+    EXPECT_EQ(exiftool(destination).value("Keys:ContentIdentifier", ""), identifier);
     if (!test.exiftoolArguments.empty()) {
       EXPECT_EQ(exiftool(destination).value("Keys:Make", ""), "Quillmere");
     }
