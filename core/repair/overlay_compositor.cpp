@@ -1,0 +1,193 @@
+#include "core/repair/overlay_compositor.h"
+
+#include <unistd.h>
+#include <vips/vips.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <memory>
+
+#include "core/repair/atomic_file.h"
+#include "core/repair/vips_setup.h"
+#include "core/sources/quillmere_error.h"
+
+namespace quillmere {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The largest photo or overlay, in pixels, that is decoded at all: beyond it a file is more
+// likely a decompression bomb than a memory. Real photos stay well below it; Snapchat overlays
+// are screen-sized.
+constexpr std::int64_t kMostPixels = 100'000'000;
+
+// Shapes within 2 % of the photo's ratio are the same shape: the overlay is stretched.
+constexpr std::int64_t kSameShapeFraction = 50;  // 1 / 0.02
+
+constexpr int kJPEGQuality = 92;
+
+constexpr std::string_view kFittedNote =
+    "Overlay was a different shape from the photo; it was fitted and centered";
+
+// Any libvips failure inside this file; turned into the user-facing error at the top.
+struct VipsFailure {};
+
+struct ObjectUnref {
+  void operator()(void* object) const { g_object_unref(object); }
+};
+using Image = std::unique_ptr<VipsImage, ObjectUnref>;
+using Source = std::unique_ptr<VipsSource, ObjectUnref>;
+using Target = std::unique_ptr<VipsTarget, ObjectUnref>;
+
+// Runs the libvips operation `operation(in, &out, args..., NULL)` and owns its result.
+template <typename Operation, typename... Args>
+Image run(Operation operation, const Image& in, Args... args) {
+  VipsImage* out = nullptr;
+  const int status = operation(in.get(), &out, args..., nullptr);
+  Image result(out);
+  if (status != 0 || !result) throw VipsFailure{};
+  return result;
+}
+
+// Opens `path` by its content, whatever its name says. Only the header is read here; pixels
+// are decoded when the result is saved, and a truncated file fails then.
+Image openImage(const fs::path& path) {
+  const Source source(vips_source_new_from_file(path.c_str()));
+  if (!source) throw VipsFailure{};
+  Image image(
+      vips_image_new_from_source(source.get(), "", "fail_on", VIPS_FAIL_ON_TRUNCATED, nullptr));
+  if (!image) throw VipsFailure{};
+  const std::int64_t pixels =
+      static_cast<std::int64_t>(image->Xsize) * static_cast<std::int64_t>(image->Ysize);
+  if (image->Xsize <= 0 || image->Ysize <= 0 || pixels > kMostPixels) throw VipsFailure{};
+  return image;
+}
+
+bool isEightBitRGB(const Image& image) {
+  const VipsInterpretation kind = vips_image_guess_interpretation(image.get());
+  return (kind == VIPS_INTERPRETATION_sRGB || kind == VIPS_INTERPRETATION_RGB) &&
+         image->BandFmt == VIPS_FORMAT_UCHAR && (image->Bands == 3 || image->Bands == 4);
+}
+
+// 8-bit sRGB, with the alpha band if there was one. An embedded profile is applied, since the
+// saved JPEG carries none; greyscale, CMYK and 16-bit pixels are converted.
+Image inSRGB(Image image) {
+  if (vips_image_get_typeof(image.get(), VIPS_META_ICC_NAME)) {
+    VipsImage* out = nullptr;
+    if (vips_icc_transform(image.get(), &out, "srgb", "embedded", TRUE, "depth", 8, nullptr) == 0) {
+      image = Image(out);
+    } else {
+      // A broken profile: read the pixels as they are, like a file without one.
+      vips_error_clear();
+    }
+  }
+  if (isEightBitRGB(image)) return image;
+  image = run(vips_colourspace, image, VIPS_INTERPRETATION_sRGB);
+  if (image->BandFmt != VIPS_FORMAT_UCHAR) image = run(vips_cast, image, VIPS_FORMAT_UCHAR);
+  return image;
+}
+
+// The photo upright, as 8-bit sRGB without alpha. Transparent parts end up black, as they would
+// in a JPEG made from premultiplied pixels.
+Image uprightBase(const Image& photo) {
+  Image base = inSRGB(run(vips_autorot, photo));
+  if (vips_image_hasalpha(base.get())) base = run(vips_flatten, base);
+  if (base->Bands != 3) throw VipsFailure{};
+  return base;
+}
+
+// Where the overlay goes on a W x H base, in whole pixels.
+struct Placement {
+  int x = 0;
+  int y = 0;
+  int width = 0;
+  int height = 0;
+  bool fitted = false;
+};
+
+Placement place(int baseWidth, int baseHeight, int overlayWidth, int overlayHeight) {
+  // |W/H - w/h| / (W/H) <= 2 %, in integers so that exactly 2 % is the same shape.
+  const std::int64_t photoArea = std::int64_t{baseWidth} * overlayHeight;
+  const std::int64_t difference = std::abs(photoArea - std::int64_t{overlayWidth} * baseHeight);
+  if (difference * kSameShapeFraction <= photoArea) {
+    return {0, 0, baseWidth, baseHeight, false};
+  }
+  const double scale = std::min(static_cast<double>(baseWidth) / overlayWidth,
+                                static_cast<double>(baseHeight) / overlayHeight);
+  const double width = scale * overlayWidth;
+  const double height = scale * overlayHeight;
+  Placement placement;
+  placement.fitted = true;
+  placement.x = static_cast<int>(std::lround((baseWidth - width) * 0.5));
+  placement.y = static_cast<int>(std::lround((baseHeight - height) * 0.5));
+  placement.width = std::clamp(static_cast<int>(std::lround(width)), 1, baseWidth - placement.x);
+  placement.height = std::clamp(static_cast<int>(std::lround(height)), 1, baseHeight - placement.y);
+  return placement;
+}
+
+// The overlay scaled to the placement's size, premultiplied so that its transparent edges
+// don't darken when resampled.
+Image scaledOverlay(const Image& overlay, const Placement& placement) {
+  Image layer = inSRGB(run(vips_copy, overlay));
+  if (!vips_image_hasalpha(layer.get())) layer = run(vips_addalpha, layer);
+  const double horizontal = static_cast<double>(placement.width) / layer->Xsize;
+  const double vertical = static_cast<double>(placement.height) / layer->Ysize;
+  Image scaled = run(vips_resize, run(vips_premultiply, layer), horizontal, "vscale", vertical,
+                     "kernel", VIPS_KERNEL_LANCZOS3);
+  if (scaled->Xsize != placement.width || scaled->Ysize != placement.height) {
+    scaled = run(vips_embed, scaled, 0, 0, placement.width, placement.height, "extend",
+                 VIPS_EXTEND_COPY);
+  }
+  return scaled;
+}
+
+Image merged(const Image& base, const Image& overlay, const Placement& placement) {
+  VipsImage* out = nullptr;
+  const int status = vips_composite2(base.get(), overlay.get(), &out, VIPS_BLEND_MODE_OVER, "x",
+                                     placement.x, "y", placement.y, "premultiplied", TRUE, nullptr);
+  Image result(out);
+  if (status != 0 || !result) throw VipsFailure{};
+  return run(vips_cast, run(vips_extract_band, result, 0, "n", 3), VIPS_FORMAT_UCHAR);
+}
+
+// Saves a baseline JPEG without any metadata under a temporary name, then renames it to `to`.
+void saveJPEG(const Image& image, const fs::path& to) {
+  const fs::path temporary = AtomicFile::temporarySibling(to);
+  bool saved = false;
+  {
+    const Target target(vips_target_new_to_file(temporary.c_str()));
+    if (target) {
+      saved = vips_jpegsave_target(image.get(), target.get(), "Q", kJPEGQuality, "strip", TRUE,
+                                   nullptr) == 0;
+    }
+  }
+  if (saved && ::rename(temporary.c_str(), to.c_str()) == 0) return;
+  ::unlink(temporary.c_str());
+  throw VipsFailure{};
+}
+
+}  // namespace
+
+std::optional<std::string> OverlayCompositor::composite(const fs::path& main,
+                                                        const fs::path& overlay,
+                                                        const fs::path& to) {
+  try {
+    if (!VipsSetup::prepare()) throw VipsFailure{};
+    const Image photo = openImage(main);
+    const Image sticker = openImage(overlay);
+    const Image base = uprightBase(photo);
+    const Placement placement = place(base->Xsize, base->Ysize, sticker->Xsize, sticker->Ysize);
+    saveJPEG(merged(base, scaledOverlay(sticker, placement), placement), to);
+    if (placement.fitted) return std::string(kFittedNote);
+    return std::nullopt;
+  } catch (const VipsFailure&) {
+    vips_error_clear();
+  } catch (const std::exception&) {
+    // Out of memory or a file-name problem: the same outcome for the user.
+  }
+  throw QuillmereError::cannotComposite(main.filename().string());
+}
+
+}  // namespace quillmere
