@@ -127,29 +127,112 @@ Placement place(int baseWidth, int baseHeight, int overlayWidth, int overlayHeig
   return placement;
 }
 
-// The overlay scaled to the placement's size, premultiplied so that its transparent edges
-// don't darken when resampled.
-Image scaledOverlay(const Image& overlay, const Placement& placement) {
+// Clear pixels kept around the visible part of an overlay: the reach of the resampling kernel,
+// so that the part's edges resample exactly like the whole would.
+constexpr int kKernelMargin = 4;
+
+// The rectangle of `layer` (8-bit, alpha last) holding every pixel that is not fully clear,
+// widened by kKernelMargin; empty when the whole layer is clear.
+VipsRect visibleArea(const Image& layer) {
+  const Image alpha = run(vips_extract_band, layer, layer->Bands - 1);
+  std::size_t size = 0;
+  const std::unique_ptr<void, decltype(&g_free)> memory(
+      vips_image_write_to_memory(alpha.get(), &size), g_free);
+  const int width = layer->Xsize;
+  const int height = layer->Ysize;
+  if (!memory || size != static_cast<std::size_t>(width) * static_cast<std::size_t>(height)) {
+    throw VipsFailure{};
+  }
+  const auto* bytes = static_cast<const unsigned char*>(memory.get());
+  int left = width, right = -1, top = height, bottom = -1;
+  for (int y = 0; y < height; ++y) {
+    const unsigned char* row =
+        bytes + static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
+    int first = 0;
+    while (first < width && row[first] == 0) ++first;
+    if (first == width) continue;
+    int last = width - 1;
+    while (row[last] == 0) --last;
+    left = std::min(left, first);
+    right = std::max(right, last);
+    top = std::min(top, y);
+    bottom = y;
+  }
+  if (bottom < 0) return {0, 0, 0, 0};
+  left = std::max(0, left - kKernelMargin);
+  top = std::max(0, top - kKernelMargin);
+  right = std::min(width - 1, right + kKernelMargin);
+  bottom = std::min(height - 1, bottom + kKernelMargin);
+  return {left, top, right - left + 1, bottom - top + 1};
+}
+
+// The overlay's pixels scaled for the placement, premultiplied (so that clear edges don't
+// darken when resampled), and where their top left corner goes on the base.
+struct Layer {
+  Image pixels;
+  int x = 0;
+  int y = 0;
+};
+
+// Only the visible part is resampled: most overlays are a caption or a few stickers on a clear
+// page, and upscaling is the costly step. Nothing when the overlay is clear throughout.
+std::optional<Layer> scaledOverlay(const Image& overlay, const Placement& placement) {
   Image layer = inSRGB(run(vips_copy, overlay));
   if (!vips_image_hasalpha(layer.get())) layer = run(vips_addalpha, layer);
+  const VipsRect area = visibleArea(layer);
+  if (area.width == 0) return std::nullopt;
+  const bool whole = area.width == layer->Xsize && area.height == layer->Ysize;
   const double horizontal = static_cast<double>(placement.width) / layer->Xsize;
   const double vertical = static_cast<double>(placement.height) / layer->Ysize;
-  Image scaled = run(vips_resize, run(vips_premultiply, layer), horizontal, "vscale", vertical,
-                     "kernel", VIPS_KERNEL_LANCZOS3);
-  if (scaled->Xsize != placement.width || scaled->Ysize != placement.height) {
-    scaled = run(vips_embed, scaled, 0, 0, placement.width, placement.height, "extend",
-                 VIPS_EXTEND_COPY);
+  if (!whole) {
+    layer = run(vips_extract_area, layer, area.left, area.top, area.width, area.height);
+  }
+  // Premultiplied values fit in 8 bits, and 8-bit pixels resample and blend fastest.
+  const Image premultiplied = run(vips_cast, run(vips_premultiply, layer), VIPS_FORMAT_UCHAR);
+  Layer scaled{run(vips_resize, premultiplied, horizontal, "vscale", vertical, "kernel",
+                   VIPS_KERNEL_LANCZOS3),
+               placement.x, placement.y};
+  if (whole) {
+    // Exactly the placement, whatever the rounding of the scaled size.
+    if (scaled.pixels->Xsize != placement.width || scaled.pixels->Ysize != placement.height) {
+      scaled.pixels = run(vips_embed, scaled.pixels, 0, 0, placement.width, placement.height,
+                          "extend", VIPS_EXTEND_COPY);
+    }
+    return scaled;
+  }
+  // A part with a clear margin: where it falls to the nearest pixel, cut to the placement.
+  scaled.x += static_cast<int>(std::lround(area.left * horizontal));
+  scaled.y += static_cast<int>(std::lround(area.top * vertical));
+  const int right = std::min(scaled.x + scaled.pixels->Xsize, placement.x + placement.width);
+  const int bottom = std::min(scaled.y + scaled.pixels->Ysize, placement.y + placement.height);
+  if (right <= scaled.x || bottom <= scaled.y) return std::nullopt;
+  if (right - scaled.x != scaled.pixels->Xsize || bottom - scaled.y != scaled.pixels->Ysize) {
+    scaled.pixels =
+        run(vips_extract_area, scaled.pixels, 0, 0, right - scaled.x, bottom - scaled.y);
   }
   return scaled;
 }
 
-Image merged(const Image& base, const Image& overlay, const Placement& placement) {
+// Blends only the area under the overlay and puts it back into the base: blending works in
+// floating point, and the rest of the photo needs none of it.
+Image merged(const Image& base, const std::optional<Layer>& overlay) {
+  if (!overlay) return run(vips_copy, base);
+  const Image& pixels = overlay->pixels;
+  const Image under =
+      run(vips_extract_area, base, overlay->x, overlay->y, pixels->Xsize, pixels->Ysize);
   VipsImage* out = nullptr;
-  const int status = vips_composite2(base.get(), overlay.get(), &out, VIPS_BLEND_MODE_OVER, "x",
-                                     placement.x, "y", placement.y, "premultiplied", TRUE, nullptr);
-  Image result(out);
-  if (status != 0 || !result) throw VipsFailure{};
-  return run(vips_cast, run(vips_extract_band, result, 0, "n", 3), VIPS_FORMAT_UCHAR);
+  const int status = vips_composite2(under.get(), pixels.get(), &out, VIPS_BLEND_MODE_OVER,
+                                     "premultiplied", TRUE, nullptr);
+  const Image blended(out);
+  if (status != 0 || !blended) throw VipsFailure{};
+  const Image opaque =
+      run(vips_cast, run(vips_extract_band, blended, 0, "n", 3), VIPS_FORMAT_UCHAR);
+  VipsImage* result = nullptr;
+  const int inserted =
+      vips_insert(base.get(), opaque.get(), &result, overlay->x, overlay->y, nullptr);
+  Image image(result);
+  if (inserted != 0 || !image) throw VipsFailure{};
+  return image;
 }
 
 // Saves a baseline JPEG without any metadata under a temporary name, then renames it to `to`.
@@ -179,7 +262,7 @@ std::optional<std::string> OverlayCompositor::composite(const fs::path& main,
     const Image sticker = openImage(overlay);
     const Image base = uprightBase(photo);
     const Placement placement = place(base->Xsize, base->Ysize, sticker->Xsize, sticker->Ysize);
-    saveJPEG(merged(base, scaledOverlay(sticker, placement), placement), to);
+    saveJPEG(merged(base, scaledOverlay(sticker, placement)), to);
     if (placement.fitted) return std::string(kFittedNote);
     return std::nullopt;
   } catch (const VipsFailure&) {

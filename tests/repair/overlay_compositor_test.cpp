@@ -160,6 +160,33 @@ TEST_F(OverlayCompositorTest, StretchesASameShapeOverlayAndFitsAndCentresAnother
   EXPECT_TRUE(near(letterbox.at(540, 2), {0, 0, 255}));
 }
 
+TEST_F(OverlayCompositorTest, ScalesAndPlacesAStickerOnAClearPage) {
+  // A clear 108 x 192 page with one red sticker at x 10-19, y 100-109.
+  const fs::path overlay = path("sticker.png");
+  tool({"convert", "-size", "108x192", "xc:none", "-fill", "red", "-draw",
+        "rectangle 10,100 19,109", overlay.string()});
+  const struct {
+    int width;
+    int height;
+    int left;  // where the doubled sticker starts
+  } cases[] = {{216, 384, 20}, {288, 384, 36 + 20}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(size(c.width, c.height));
+    const fs::path main = photo("p" + std::to_string(c.width) + ".png", c.width, c.height, "lime");
+    const fs::path to = path("sticker" + std::to_string(c.width) + ".jpg");
+    composite(main, overlay, to);
+    const Pixels out = readPixels(to);
+    ASSERT_EQ(size(out.width, out.height), size(c.width, c.height));
+    EXPECT_TRUE(near(out.at(c.left + 2, 202), {255, 0, 0}, 30));
+    EXPECT_TRUE(near(out.at(c.left + 17, 217), {255, 0, 0}, 30));
+    EXPECT_TRUE(near(out.at(c.left - 4, 210), {0, 255, 0}, 30));
+    EXPECT_TRUE(near(out.at(c.left + 24, 210), {0, 255, 0}, 30));
+    EXPECT_TRUE(near(out.at(c.left + 10, 195), {0, 255, 0}, 30));
+    EXPECT_TRUE(near(out.at(c.left + 10, 224), {0, 255, 0}, 30));
+    EXPECT_TRUE(near(out.at(c.width - 5, c.height - 5), {0, 255, 0}));
+  }
+}
+
 TEST_F(OverlayCompositorTest, ExactlyTwoPercentIsStillTheSameShape) {
   const fs::path square = photo("square.jpg", 1000, 1000, "lime");
   const struct {
