@@ -1,6 +1,5 @@
 #include "core/repair/overlay_compositor.h"
 
-#include <unistd.h>
 #include <vips/vips.h>
 
 #include <algorithm>
@@ -8,7 +7,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "core/repair/atomic_file.h"
+#include "core/metadata/atomic_file.h"
 #include "core/repair/vips_setup.h"
 #include "core/sources/quillmere_error.h"
 
@@ -39,7 +38,6 @@ struct ObjectUnref {
 };
 using Image = std::unique_ptr<VipsImage, ObjectUnref>;
 using Source = std::unique_ptr<VipsSource, ObjectUnref>;
-using Target = std::unique_ptr<VipsTarget, ObjectUnref>;
 
 // Runs the libvips operation `operation(in, &out, args..., NULL)` and owns its result.
 template <typename Operation, typename... Args>
@@ -235,20 +233,16 @@ Image merged(const Image& base, const std::optional<Layer>& overlay) {
   return image;
 }
 
-// Saves a baseline JPEG without any metadata under a temporary name, then renames it to `to`.
+// Encodes a baseline JPEG without any metadata and writes it to `to` in one piece.
 void saveJPEG(const Image& image, const fs::path& to) {
-  const fs::path temporary = AtomicFile::temporarySibling(to);
-  bool saved = false;
-  {
-    const Target target(vips_target_new_to_file(temporary.c_str()));
-    if (target) {
-      saved = vips_jpegsave_target(image.get(), target.get(), "Q", kJPEGQuality, "strip", TRUE,
-                                   nullptr) == 0;
-    }
-  }
-  if (saved && ::rename(temporary.c_str(), to.c_str()) == 0) return;
-  ::unlink(temporary.c_str());
-  throw VipsFailure{};
+  void* buffer = nullptr;
+  std::size_t length = 0;
+  const int status = vips_jpegsave_buffer(image.get(), &buffer, &length, "Q", kJPEGQuality, "strip",
+                                          TRUE, nullptr);
+  const std::unique_ptr<void, decltype(&g_free)> encoded(buffer, g_free);
+  if (status != 0 || !encoded) throw VipsFailure{};
+  AtomicFile::write(to, {static_cast<const std::uint8_t*>(encoded.get()), length},
+                    /*exclusive=*/false);
 }
 
 }  // namespace
