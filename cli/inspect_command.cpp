@@ -8,7 +8,7 @@
 #include "cli/commands.h"
 #include "core/dates/iso_date.h"
 #include "core/metadata/embedded_metadata_reader.h"
-#include "core/scan/media_kind.h"
+#include "core/sources/media_kind.h"
 
 namespace quillmere::cli {
 namespace {

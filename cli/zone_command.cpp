@@ -92,14 +92,18 @@ std::string formatOffset(int seconds) {
   return text;
 }
 
-std::optional<std::string> lookUp(double latitude, double longitude) {
+// The program's map; null after telling why on stderr (a broken installation).
+const TimeZoneMap* sharedMap() {
   const TimeZoneMap* map = TimeZoneMap::shared();
-  return map ? map->zoneName(latitude, longitude) : std::nullopt;
+  if (!map) std::fprintf(stderr, "quillmere-cli: %s\n", TimeZoneMap::sharedError().c_str());
+  return map;
 }
 
 // Undocumented, for the accuracy check: one "LATITUDE LONGITUDE" per stdin line, one zone
 // (or "none") per stdout line.
 int runBatch() {
+  const TimeZoneMap* map = sharedMap();
+  if (!map) return kExitFailed;
   std::string line;
   std::string out;
   while (std::getline(std::cin, line)) {
@@ -110,7 +114,7 @@ int runBatch() {
       longitude = parseNumber(std::string_view(line).substr(space + 1));
     }
     std::optional<std::string> zone;
-    if (latitude && longitude) zone = lookUp(*latitude, *longitude);
+    if (latitude && longitude) zone = map->zoneName(*latitude, *longitude);
     out += zone ? *zone : "none";
     out += '\n';
     if (out.size() > 1 << 16) {
@@ -150,7 +154,9 @@ int runZone(std::span<const std::string> args) {
       return kExitFailed;
     }
   }
-  const std::optional<std::string> zone = lookUp(*latitude, *longitude);
+  const TimeZoneMap* map = sharedMap();
+  if (!map) return kExitFailed;
+  const std::optional<std::string> zone = map->zoneName(*latitude, *longitude);
   if (!zone) {
     std::puts("none");
     return kExitOk;

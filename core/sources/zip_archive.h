@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/sources/byte_view.h"
+#include "core/sources/file_io.h"
 
 namespace quillmere {
 
@@ -39,7 +40,6 @@ class ZipArchive {
   // Throws std::system_error when the file can't be opened or read, QuillmereError::notAZip
   // when no end record is found, QuillmereError::corruptZip when the directory is damaged.
   explicit ZipArchive(std::filesystem::path url);
-  ~ZipArchive();
   ZipArchive(const ZipArchive&) = delete;
   ZipArchive& operator=(const ZipArchive&) = delete;
 
@@ -68,7 +68,7 @@ class ZipArchive {
                        const Sink& sink) const;
 
   std::filesystem::path url_;
-  int fd_ = -1;
+  FileDescriptor file_;
   std::uint64_t fileSize_ = 0;
   std::vector<Entry> entries_;
 };
