@@ -1,5 +1,6 @@
 #include <charconv>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -7,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "cli/arguments.h"
 #include "cli/commands.h"
 #include "core/dates/time_zone_map.h"
 
@@ -23,8 +25,8 @@ constexpr const char* kZoneHelp =
     "With an ISO 8601 instant (2021-03-04T10:05:00Z or 2021-03-04T12:05:00+02:00), also\n"
     "prints that zone's offset from UTC at that instant, daylight saving included, as +HH:MM.\n"
     "\n"
-    "Exit status: 0 looked up (a zone or none), 1 the system lacks the zone's rules for\n"
-    "the offset, 2 bad arguments.\n";
+    "Exit status 1 when the system lacks the zone's rules for the offset; 2 for a position\n"
+    "off the globe or a missing time zone grid.\n";
 
 // A whole decimal number in the POSIX notation (also "nan" and "inf"), nothing around it.
 std::optional<double> parseNumber(std::string_view text) {
@@ -135,15 +137,22 @@ int runZone(std::span<const std::string> args) {
     return kExitOk;
   }
   if (args.size() == 1 && args[0] == "--batch") return runBatch();
+  for (const std::string& arg : args) {
+    // Negative numbers are positions; anything else beginning with "-" is a mistyped option.
+    if (arg.size() > 1 && arg.front() == '-' && !parseNumber(arg))
+      return unknownOption("zone", arg);
+  }
   if (args.size() < 2 || args.size() > 3) {
     std::fputs(kZoneHelp, stderr);
     return kExitFailed;
   }
   const std::optional<double> latitude = parseNumber(args[0]);
   const std::optional<double> longitude = parseNumber(args[1]);
-  if (!latitude || !longitude) {
-    std::fprintf(stderr, "quillmere-cli zone: not a position: %s %s\n", args[0].c_str(),
-                 args[1].c_str());
+  if (!latitude || !longitude || !(std::abs(*latitude) <= 90) || !(std::abs(*longitude) <= 180)) {
+    std::fprintf(stderr,
+                 "quillmere-cli zone: not a position: %s %s (latitude -90 to 90, longitude -180 "
+                 "to 180)\n",
+                 args[0].c_str(), args[1].c_str());
     return kExitFailed;
   }
   std::optional<double> instant;

@@ -54,9 +54,8 @@ Lookup find(std::string_view fileName, const std::vector<fs::path>& folders) {
   std::string error = "Quillmere's data file " + std::string(fileName) + " is missing. Looked in:";
   for (const fs::path& folder : folders) error += "\n  " + folder.string();
   if (folders.empty()) error += " nowhere";
-  error +=
-      "\nReinstall Quillmere, or set QUILLMERE_RESOURCES to the folder that holds " +
-      std::string(fileName) + ".";
+  error += "\nReinstall Quillmere, or set QUILLMERE_RESOURCES to the folder that holds " +
+           std::string(fileName) + ".";
   return {std::nullopt, error};
 }
 

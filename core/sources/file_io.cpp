@@ -39,8 +39,8 @@ timespec toTimespec(double seconds) {
 // A name no other writer picks: hidden, beside the final file, unique per process and call.
 fs::path temporaryBeside(const fs::path& path, unsigned attempt) {
   static std::atomic<unsigned> counter{0};
-  const std::string tag = std::to_string(::getpid()) + "-" + std::to_string(counter++) + "-" +
-                          std::to_string(attempt);
+  const std::string tag =
+      std::to_string(::getpid()) + "-" + std::to_string(counter++) + "-" + std::to_string(attempt);
   return path.parent_path() / ("." + path.filename().string() + ".quillmere-" + tag);
 }
 
@@ -163,16 +163,15 @@ void FileDescriptor::close() {
   if (fd >= 0 && ::close(fd) != 0) fail("write");
 }
 
-AtomicFile::AtomicFile(fs::path path, Options options)
-    : path_(std::move(path)), options_(options) {
+AtomicFile::AtomicFile(fs::path path, Options options) : path_(std::move(path)), options_(options) {
   std::error_code error;
   if (!options_.replace && fs::exists(fs::symlink_status(path_, error))) {
     throw QuillmereError::cannotCreate(path_.string());
   }
   for (unsigned attempt = 0; attempt < 100; ++attempt) {
     temporary_ = temporaryBeside(path_, attempt);
-    const int fd = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
-                          options_.mode);
+    const int fd =
+        ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, options_.mode);
     if (fd >= 0) {
       file_ = FileDescriptor(fd, path_);
       return;

@@ -8,12 +8,14 @@ namespace quillmere {
 namespace {
 
 constexpr std::size_t kChunk = 1 << 20;
+constexpr std::int64_t kMaxReserve = 64 << 20;
 
 }  // namespace
 
 Bytes FolderFile::readAll() const {
   Bytes bytes;
-  bytes.reserve(static_cast<std::size_t>(std::max<std::int64_t>(size_, 0)));
+  // The listed size is only a hint: the file may have changed since it was listed.
+  bytes.reserve(static_cast<std::size_t>(std::clamp<std::int64_t>(size_, 0, kMaxReserve)));
   stream([&](std::span<const std::uint8_t> chunk) {
     bytes.insert(bytes.end(), chunk.begin(), chunk.end());
   });

@@ -185,18 +185,31 @@ void ZipArchive::extract(const Entry& entry, bool verifyChecksum, const Sink& si
     throw QuillmereError::corruptZip(name());
   }
 
+  // Content beyond the declared size is damage, or a zip bomb: none of it reaches the sink,
+  // so a copy never grows past what the directory promised.
+  std::uint64_t produced = 0;
+  const Sink bounded = [&](std::span<const std::uint8_t> chunk) {
+    const std::uint64_t room = entry.uncompressedSize - produced;
+    if (chunk.size() > room) {
+      if (room > 0 && !sink(chunk.first(static_cast<std::size_t>(room)))) return false;
+      throw QuillmereError::corruptZip(name());
+    }
+    produced += chunk.size();
+    return sink(chunk);
+  };
   std::uint32_t crc = 0;
   bool complete;
   switch (entry.method) {
     case 0:
-      complete = extractStored(entry, dataStart, crc, sink);
+      complete = extractStored(entry, dataStart, crc, bounded);
       break;
     case 8:
-      complete = extractDeflated(entry, dataStart, crc, sink);
+      complete = extractDeflated(entry, dataStart, crc, bounded);
       break;
     default:
       throw QuillmereError::unsupportedCompression(entry.path, entry.method);
   }
+  if (complete && produced != entry.uncompressedSize) throw QuillmereError::corruptZip(name());
   if (verifyChecksum && complete && crc != entry.crc32) {
     throw QuillmereError::checksumMismatch(entry.path);
   }

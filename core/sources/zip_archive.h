@@ -54,7 +54,9 @@ class ZipArchive {
 
   // Streams `entry`'s uncompressed content to `sink` in chunks of at most 1 MiB. Returns when
   // the content is complete or `sink` returned false. With `verifyChecksum`, a fully read entry
-  // must match its CRC-32 (an early stop skips the check). Throws corruptZip,
+  // must match its CRC-32 (an early stop skips the check). Content that runs past the entry's
+  // uncompressed size, or ends short of it, is damage: the sink never receives a byte past that
+  // size, and extraction then fails with corruptZip. Throws corruptZip,
   // unsupportedCompression or checksumMismatch, or whatever `sink` throws; the archive stays
   // usable either way.
   void extract(const Entry& entry, bool verifyChecksum, const Sink& sink) const;

@@ -29,9 +29,6 @@ Bytes ZipEntryFile::readAll() const {
   Bytes bytes;
   bytes.reserve(static_cast<std::size_t>(std::min(entry_.uncompressedSize, kMaxReserve)));
   archive_->extract(entry_, true, [&](std::span<const std::uint8_t> chunk) {
-    if (chunk.size() > entry_.uncompressedSize - bytes.size()) {
-      throw QuillmereError::corruptZip(archive_->name());
-    }
     bytes.insert(bytes.end(), chunk.begin(), chunk.end());
     return true;
   });
