@@ -5,23 +5,16 @@
 #include <algorithm>
 #include <string>
 
+#include "tests/support/iso_boxes.h"
+
 namespace quillmere {
 namespace {
 
 using namespace std::string_literals;
 
-// ISO base media boxes, big-endian like the format, built as strings of bytes.
-std::string be(std::uint64_t value, int width) {
-  std::string bytes;
-  for (int i = width - 1; i >= 0; --i) bytes += static_cast<char>(i >= 8 ? 0 : value >> (8 * i));
-  return bytes;
-}
-std::string box(const std::string& type, const std::string& payload) {
-  return be(payload.size() + 8, 4) + type + payload;
-}
-std::string fullBox(const std::string& type, int version, const std::string& payload) {
-  return box(type, be(version, 1) + be(0, 3) + payload);
-}
+using testing::be;
+using testing::box;
+using testing::fullBox;
 
 const std::string kTiff = "MM\0*\0\0\0\x08tiff-bytes"s;
 const std::string kXmp = "<x:xmpmeta xmlns:x='adobe:ns:meta/'/>";
