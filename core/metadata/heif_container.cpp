@@ -1,5 +1,6 @@
 #include "core/metadata/heif_container.h"
 
+#include <algorithm>
 #include <map>
 #include <vector>
 
@@ -9,6 +10,9 @@ namespace {
 constexpr std::uint64_t kMaxMetaBox = 16 << 20;
 constexpr std::uint64_t kMaxItem = 16 << 20;
 constexpr int kMaxTopLevelBoxes = 64;
+// Extents a file may make us walk, whatever its counts claim: far above any real image (a grid
+// of tiles has a few hundred), far below what costs noticeable time.
+constexpr std::uint64_t kMaxExtentsPerFile = 1 << 16;
 
 constexpr std::uint32_t fourCC(const char (&code)[5]) {
   return static_cast<std::uint32_t>(static_cast<unsigned char>(code[0])) << 24 |
@@ -128,7 +132,11 @@ void readPrimaryItem(std::span<const std::uint8_t> payload, Meta& meta) {
   if (cursor.ok()) meta.primary = item;
 }
 
-void readItemLocations(std::span<const std::uint8_t> payload, Meta& meta) {
+// Records the locations of the `wanted` items only. Counts are checked against the bytes that
+// could hold them, and all extents together against kMaxExtentsPerFile, so a small file can't
+// claim millions of records; a table that breaks either bound is ignored from there on.
+void readItemLocations(std::span<const std::uint8_t> payload,
+                       const std::vector<std::uint32_t>& wanted, Meta& meta) {
   Cursor cursor(payload);
   const std::uint8_t version = cursor.u8();
   cursor.skip(3);
@@ -140,6 +148,13 @@ void readItemLocations(std::span<const std::uint8_t> payload, Meta& meta) {
   const int baseOffsetSize = moreSizes >> 4;
   const int indexSize = version >= 1 ? moreSizes & 0x0F : 0;
   const std::uint32_t count = version < 2 ? cursor.u16() : cursor.u32();
+  // An item's record holds at least its id, data reference, base offset and extent count; an
+  // extent at least its fields, and at least one byte even when they are all empty.
+  const std::uint64_t itemRecord =
+      (version < 2 ? 2 : 4) + (version >= 1 ? 2 : 0) + 2 + baseOffsetSize + 2;
+  const std::uint64_t extentBytes = std::max(indexSize + offsetSize + lengthSize, 1);
+  if (count > cursor.remaining() / itemRecord) return;
+  std::uint64_t extentsSeen = 0;
   for (std::uint32_t i = 0; i < count && cursor.ok(); ++i) {
     const std::uint32_t item = version < 2 ? cursor.u16() : cursor.u32();
     Location location;
@@ -147,14 +162,17 @@ void readItemLocations(std::span<const std::uint8_t> payload, Meta& meta) {
     cursor.skip(2);  // data_reference_index
     location.baseOffset = cursor.uint(baseOffsetSize);
     const std::uint16_t extents = cursor.u16();
+    extentsSeen += extents;
+    if (extents > cursor.remaining() / extentBytes || extentsSeen > kMaxExtentsPerFile) return;
+    const bool keep = std::find(wanted.begin(), wanted.end(), item) != wanted.end();
     for (std::uint16_t e = 0; e < extents && cursor.ok(); ++e) {
       cursor.uint(indexSize);
       Extent extent;
       extent.offset = cursor.uint(offsetSize);
       extent.length = cursor.uint(lengthSize);
-      location.extents.push_back(extent);
+      if (keep) location.extents.push_back(extent);
     }
-    if (cursor.ok()) meta.locations.emplace(item, std::move(location));
+    if (keep && cursor.ok()) meta.locations.emplace(item, std::move(location));
   }
 }
 
@@ -192,6 +210,8 @@ void readItemProperties(std::span<const std::uint8_t> payload, Meta& meta) {
       const std::uint8_t version = cursor.u8();
       const std::uint32_t flags = static_cast<std::uint32_t>(cursor.uint(3));
       const std::uint32_t count = cursor.u32();
+      // Each entry holds at least an item id and an association count.
+      if (count > cursor.remaining() / (version < 1 ? 3 : 5)) continue;
       for (std::uint32_t i = 0; i < count && cursor.ok(); ++i) {
         const std::uint32_t item = version < 1 ? cursor.u16() : cursor.u32();
         const std::uint8_t associations = cursor.u8();
@@ -199,7 +219,8 @@ void readItemProperties(std::span<const std::uint8_t> payload, Meta& meta) {
         for (int a = 0; a < associations && cursor.ok(); ++a) {
           indices.push_back((flags & 1) != 0 ? cursor.u16() & 0x7FFF : cursor.u8() & 0x7F);
         }
-        if (cursor.ok()) meta.associations.emplace(item, std::move(indices));
+        if (cursor.ok() && item == meta.primary)
+          meta.associations.emplace(item, std::move(indices));
       }
     }
   }
@@ -208,6 +229,7 @@ void readItemProperties(std::span<const std::uint8_t> payload, Meta& meta) {
 Meta readMeta(std::span<const std::uint8_t> payload) {
   Meta meta;
   if (payload.size() < 4) return meta;
+  std::optional<std::span<const std::uint8_t>> itemLocations;
   for (const Box& box : childBoxes(payload.subspan(4))) {  // after version and flags
     switch (box.type) {
       case fourCC("hdlr"):
@@ -217,13 +239,10 @@ Meta readMeta(std::span<const std::uint8_t> payload) {
         readPrimaryItem(box.payload, meta);
         break;
       case fourCC("iloc"):
-        readItemLocations(box.payload, meta);
+        if (!itemLocations) itemLocations = box.payload;
         break;
       case fourCC("iinf"):
         readItemInfos(box.payload, meta);
-        break;
-      case fourCC("iprp"):
-        readItemProperties(box.payload, meta);
         break;
       case fourCC("idat"):
         meta.itemData = box.payload;
@@ -232,6 +251,14 @@ Meta readMeta(std::span<const std::uint8_t> payload) {
         break;
     }
   }
+  // Properties and locations are kept only for the items that matter, known by now.
+  for (const Box& box : childBoxes(payload.subspan(4))) {
+    if (box.type == fourCC("iprp")) readItemProperties(box.payload, meta);
+  }
+  std::vector<std::uint32_t> wanted;
+  if (meta.exifItem) wanted.push_back(*meta.exifItem);
+  if (meta.xmpItem) wanted.push_back(*meta.xmpItem);
+  if (itemLocations && !wanted.empty()) readItemLocations(*itemLocations, wanted, meta);
   return meta;
 }
 
