@@ -10,7 +10,7 @@
 #include "core/metadata/embedded_metadata.h"
 #include "core/metadata/metadata_patch.h"
 #include "core/metadata/write_method.h"
-#include "core/scan/media_kind.h"
+#include "core/sources/media_kind.h"
 
 namespace quillmere {
 

@@ -26,6 +26,10 @@ namespace fs = std::filesystem;
 // time before 1970 keeps its nanoseconds positive as utimensat wants them.
 timespec toTimespec(double seconds) {
   if (!std::isfinite(seconds)) return {0, UTIME_OMIT};
+  // Far beyond what any file system stores, and beyond what time_t converts without overflow.
+  if (std::fabs(seconds) > 9e15) {
+    throw std::system_error(EOVERFLOW, std::generic_category(), "Couldn't set file times");
+  }
   const double whole = std::floor(seconds);
   long nanos = std::lround((seconds - whole) * 1e9);
   time_t secs = static_cast<time_t>(whole);
@@ -58,12 +62,12 @@ void syncFolder(const fs::path& folder) {
 // failing that to a check before an ordinary rename.
 int renameNoReplace(const fs::path& from, const fs::path& to) {
   if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
-  if (errno != EINVAL && errno != ENOSYS) return errno;
+  if (errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) return errno;
   if (::link(from.c_str(), to.c_str()) == 0) {
     ::unlink(from.c_str());
     return 0;
   }
-  if (errno == EEXIST) return EEXIST;
+  if (errno != EPERM && errno != EOPNOTSUPP && errno != EMLINK) return errno;
   struct stat existing {};
   if (::lstat(to.c_str(), &existing) == 0) return EEXIST;
   return ::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
@@ -233,6 +237,53 @@ void setFileTimes(const fs::path& path, double accessed, double modified) {
     throw std::system_error(errno, std::generic_category(),
                             "Couldn't set the times of " + path.string());
   }
+}
+
+[[noreturn]] void failWith(const char* what, const fs::path& path, int error) {
+  throw fs::filesystem_error(what, path, std::error_code(error, std::generic_category()));
+}
+
+void writeFile(const fs::path& target, std::span<const std::uint8_t> bytes, bool exclusive) {
+  fs::path temporary;
+  FileDescriptor file;
+  for (unsigned attempt = 0; !file && attempt < 100; ++attempt) {
+    temporary = temporaryBeside(target, attempt);
+    file = FileDescriptor(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666),
+                          target);
+    if (!file && errno != EEXIST) failWith("cannot create file", target, errno);
+  }
+  if (!file) failWith("cannot create file", target, EEXIST);
+  int error = 0;
+  try {
+    file.writeFully(bytes);
+    file.close();
+  } catch (const std::system_error& failure) {
+    error = failure.code().value();
+  }
+  if (error == 0) {
+    error = exclusive ? renameNoReplace(temporary, target)
+                      : (::rename(temporary.c_str(), target.c_str()) == 0 ? 0 : errno);
+  }
+  if (error != 0) {
+    ::unlink(temporary.c_str());
+    failWith("cannot write file", target, error);
+  }
+}
+
+void moveFile(const fs::path& source, const fs::path& target) {
+  std::error_code error;
+  fs::rename(source, target, error);
+  if (!error) return;
+  if (error.value() != EXDEV) throw fs::filesystem_error("cannot move file", source, target, error);
+  const fs::path temporary = temporaryBeside(target, 0);
+  try {
+    fs::copy_file(source, temporary);
+    fs::rename(temporary, target);
+  } catch (const fs::filesystem_error&) {
+    fs::remove(temporary, error);
+    throw;
+  }
+  fs::remove(source);
 }
 
 }  // namespace FileIO

@@ -114,8 +114,21 @@ namespace FileIO {
 Bytes readFile(const std::filesystem::path& path, std::uint64_t maxBytes);
 
 // Sets the access and modification times of the file at `path` (seconds since 1970-01-01 UTC,
-// fractions kept to the nanosecond). Follows links. Throws std::system_error.
+// fractions kept to the nanosecond). Follows links. Throws std::system_error (EOVERFLOW for a
+// time no file system can hold).
 void setFileTimes(const std::filesystem::path& path, double accessed, double modified);
+
+// Writes `bytes` to `target` under a temporary name beside it, then renames it into place,
+// replacing what is there; with `exclusive`, an existing target fails with EEXIST ("File
+// exists") and is left alone. Nothing is flushed to disk. Throws
+// std::filesystem::filesystem_error with the system's error, after removing the temporary file.
+void writeFile(const std::filesystem::path& target, std::span<const std::uint8_t> bytes,
+               bool exclusive);
+
+// Moves `source` to `target`, replacing it: a rename, or across file systems a copy under a
+// temporary name, a rename and the removal of `source`. Throws
+// std::filesystem::filesystem_error.
+void moveFile(const std::filesystem::path& source, const std::filesystem::path& target);
 
 }  // namespace FileIO
 }  // namespace quillmere
