@@ -358,11 +358,23 @@ std::multiset<std::string> keysOf(const Exiv2::Image& image) {
   return keys;
 }
 
+// The image in `bytes` with its metadata read, when it is of a type that is rewritten; null
+// otherwise. The type is told before any metadata is read, so that Exiv2's readers of other
+// types (its movie readers are not safe on damaged files) never see the bytes.
 Exiv2::Image::AutoPtr openInMemory(std::span<const std::uint8_t> bytes) {
   Exiv2::Image::AutoPtr image = Exiv2::ImageFactory::open(Exiv2::BasicIo::AutoPtr(
       std::make_unique<Exiv2::MemIo>(bytes.data(), static_cast<long>(bytes.size())).release()));
-  if (image.get() != nullptr) image->readMetadata();
-  return image;
+  if (image.get() == nullptr) return image;
+  switch (image->imageType()) {
+    case kJpegType:
+    case kPngType:
+    case kWebPType:
+    case kTiffType:
+      image->readMetadata();
+      return image;
+    default:
+      return Exiv2::Image::AutoPtr();
+  }
 }
 
 // True when every tag that was to be written is found again in `written`, and every strip and
