@@ -22,15 +22,6 @@ namespace fs = std::filesystem;
 
 constexpr double kFirstDate = 1'614'852'300;  // 2021-03-04 10:05:00 UTC
 
-std::vector<fs::path> filesIn(const fs::path& folder) {
-  std::vector<fs::path> files;
-  for (const auto& entry : fs::directory_iterator(folder)) {
-    if (entry.is_regular_file()) files.push_back(entry.path());
-  }
-  std::sort(files.begin(), files.end());
-  return files;
-}
-
 // Each photo gets its own date, a second apart.
 MetadataPatch patchFor(std::size_t index) {
   MetadataPatch patch;
@@ -77,7 +68,7 @@ void writePhotos(benchmark::State& state) {
       fs::copy(set.base, set.in);
     }
     fs::create_directories(set.out);
-    const std::vector<fs::path> files = filesIn(set.in);
+    const std::vector<fs::path> files = testing::filesIn(set.in);
     state.ResumeTiming();
     for (std::size_t i = 0; i < files.size(); ++i) {
       const WriteMethod method = MetadataWriter::write(patchFor(i), MediaKind::photo, files[i],

@@ -345,15 +345,21 @@ bool apply(const Tags& tags, Exiv2::Image& image) {
   return writeXmp(xmpTags, image.xmpData(), !holdsIptc);
 }
 
+// True when a text holds more than white space and NULs.
+bool saysSomething(const std::string& text) {
+  return text.find_first_not_of(std::string_view(" \t\r\n\0", 5)) != std::string::npos;
+}
+
 // Every tag with a value; Exiv2 drops empty ones on writing, which loses nothing.
 std::multiset<std::string> keysOf(const Exiv2::Image& image) {
   std::multiset<std::string> keys;
   for (const Exiv2::Exifdatum& datum : image.exifData()) keys.insert(datum.key());
   for (const Exiv2::Iptcdatum& datum : image.iptcData()) {
-    if (datum.size() > 0) keys.insert(datum.key());
+    if (saysSomething(datum.toString())) keys.insert(datum.key());
   }
   for (const Exiv2::Xmpdatum& datum : image.xmpData()) {
-    if (datum.size() > 0 && !datum.toString().empty()) keys.insert(datum.key());
+    // The first item of a list or a language alternative, or the text itself.
+    if (datum.count() > 0 && saysSomething(datum.toString(0))) keys.insert(datum.key());
   }
   return keys;
 }
