@@ -39,12 +39,10 @@ double modificationTime(const fs::path& file) {
   return static_cast<double>(status.st_mtim.tv_sec) + status.st_mtim.tv_nsec / 1e9;
 }
 
+// The names of the files in `folder`, sorted.
 std::vector<std::string> namesIn(const fs::path& folder) {
   std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(folder)) {
-    names.push_back(entry.path().filename().string());
-  }
-  std::sort(names.begin(), names.end());
+  for (const fs::path& file : testing::filesIn(folder)) names.push_back(file.filename());
   return names;
 }
 
