@@ -6,11 +6,11 @@
 
 namespace quillmere::cli {
 
-// Exit codes shared by every subcommand.
-inline constexpr int kExitOk = 0;
-inline constexpr int kExitDamaged = 1;    // the run worked but found damage
-inline constexpr int kExitFailed = 2;     // run-level failure or bad usage
-inline constexpr int kExitStopped = 130;  // stopped by Ctrl-C or SIGTERM
+// Exit codes, the same in every command.
+inline constexpr int kExitOk = 0;         // all went well
+inline constexpr int kExitDamaged = 1;    // some files had problems; the rest was done
+inline constexpr int kExitFailed = 2;     // the command could not run (usage, export, resources)
+inline constexpr int kExitStopped = 130;  // stopped by Ctrl-C or SIGTERM (repair)
 
 // Each subcommand receives the arguments after its own name.
 int runRepair(std::span<const std::string> args);

@@ -6,6 +6,7 @@
 #include <exception>
 #include <nlohmann/json.hpp>
 
+#include "cli/arguments.h"
 #include "cli/commands.h"
 #include "cli/progress_bar.h"
 #include "cli/repair_result_text.h"
@@ -97,10 +98,8 @@ std::optional<int> parse(std::span<const std::string> args, RepairArguments& par
       parsed.json = true;
     } else if (arg == "--quiet") {
       parsed.quiet = true;
-    } else if (arg.starts_with("--")) {
-      std::fprintf(stderr, "quillmere-cli repair: unknown option '%s'\n\n%s", arg.c_str(),
-                   kRepairHelp);
-      return kExitFailed;
+    } else if (arg.starts_with("-") && arg != "-") {
+      return unknownOption("repair", arg);
     } else {
       // Absolute, so the report names every source file by its full path.
       parsed.inputs.push_back(std::filesystem::absolute(arg));
@@ -129,6 +128,7 @@ int runRepair(std::span<const std::string> args) {
   if (const auto done = parse(args, arguments)) return *done;
   stopRequested = false;
   const StopSignals signals;
+  const bool allThere = allExist(arguments.inputs);
   ScanResultPtr scan;
   RepairResultPtr result;
   {
@@ -165,7 +165,7 @@ int runRepair(std::span<const std::string> args) {
                  static_cast<long long>(result->summary.items));
     return kExitStopped;
   }
-  return result->summary.failed == 0 ? kExitOk : kExitDamaged;
+  return result->summary.failed == 0 && allThere ? kExitOk : kExitDamaged;
 }
 
 }  // namespace quillmere::cli

@@ -2,8 +2,8 @@
 
 #include <set>
 
-#include "core/repair/atomic_file.h"
 #include "core/repair/output_naming.h"
+#include "core/sources/file_io.h"
 #include "core/sources/unicode_text.h"
 
 namespace quillmere::RepairEngine {
@@ -22,7 +22,9 @@ std::string safeBaseName(std::string_view album) {
 // partial list among the output.
 void writeThroughWork(const std::string& text, const std::filesystem::path& staged,
                       const std::filesystem::path& target) {
-  AtomicFile::write(staged, text);
+  FileIO::writeFile(staged,
+                    std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()),
+                    /*exclusive=*/false);
   std::error_code error;
   std::filesystem::rename(staged, target, error);
   if (error) {
