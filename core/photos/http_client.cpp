@@ -107,6 +107,7 @@ HttpClient::Response HttpClient::send(const std::string& method, const std::stri
   } else {
     check(curl_easy_setopt(curl, CURLOPT_HTTPGET, 1L));
   }
+  check(curl_easy_setopt(curl, CURLOPT_TIMEOUT, static_cast<long>(options_.answerTimeout.count())));
   check(curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST,
                          method == "GET" || method == "POST" ? nullptr : method.c_str()));
   return perform(headers);
@@ -131,6 +132,7 @@ HttpClient::Response HttpClient::upload(const std::string& url,
     }
   }
   check(curl_easy_setopt(curl, CURLOPT_URL, url.c_str()));
+  check(curl_easy_setopt(curl, CURLOPT_TIMEOUT, 0L));
   check(curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, nullptr));
   check(curl_easy_setopt(curl, CURLOPT_MIMEPOST, mime.get()));
   try {

@@ -21,6 +21,8 @@ class HttpClient {
     std::chrono::seconds connectTimeout{15};
     std::chrono::seconds lowSpeedTime{60};  // abandon a transfer slower than lowSpeedBytes/s
     long lowSpeedBytes = 1;
+    // Whole-request limit for send() (never for uploads, whose length depends on the file).
+    std::chrono::seconds answerTimeout{120};
   };
 
   struct Response {

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <array>
+#include <cctype>
 #include <cmath>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -103,7 +104,7 @@ struct ImmichLibrary::Connection {
   Connection(ImmichCredentials given, const Options& options)
       : credentials(std::move(given)),
         http(HttpClient::Options{options.connectTimeout, options.lowSpeedTime,
-                                 options.lowSpeedBytes}) {}
+                                 options.lowSpeedBytes, options.answerTimeout}) {}
 
   std::string server() const { return credentials.url; }
 
@@ -188,7 +189,9 @@ struct ImmichLibrary::Connection {
       default:
         break;
     }
-    if (message.find("quota") != std::string::npos) {
+    std::string lower = message;
+    for (char& ch : lower) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+    if (lower.find("quota") != std::string::npos) {
       return {Kind::refused, "Your Immich storage quota is full, so " + what +
                                  " wasn't added. Free up space or ask the server's admin for a "
                                  "larger quota, then try again."};

@@ -16,11 +16,13 @@ ImmichStandIn::ImmichStandIn() {
   const std::string script = (std::filesystem::path(QUILLMERE_TEST_DATA_DIR).parent_path() /
                               "support" / "immich_standin.py")
                                  .string();
-  int out[2];
-  if (pipe2(out, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
+  int out[2], in[2];
+  if (pipe2(out, O_CLOEXEC) != 0 || pipe2(in, O_CLOEXEC) != 0) {
+    throw std::runtime_error("pipe failed");
+  }
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_adddup2(&actions, in[0], 0);
   posix_spawn_file_actions_adddup2(&actions, out[1], 1);
   const std::string store = store_.path().string();
   std::vector<char*> args = {const_cast<char*>("python3"), const_cast<char*>(script.c_str()),
@@ -28,6 +30,8 @@ ImmichStandIn::ImmichStandIn() {
   const int spawned = posix_spawnp(&pid_, "python3", &actions, nullptr, args.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   close(out[1]);
+  close(in[0]);
+  lifeline_ = in[1];  // the server ends when this closes, even if this process dies first
   std::string port;
   char c = 0;
   while (spawned == 0 && read(out[0], &c, 1) == 1 && c != '\n') port += c;
@@ -42,6 +46,7 @@ ImmichStandIn::ImmichStandIn() {
 
 ImmichStandIn::~ImmichStandIn() {
   http_.reset();
+  close(lifeline_);
   if (pid_ > 0) {
     kill(pid_, SIGTERM);
     waitpid(pid_, nullptr, 0);
@@ -62,7 +67,8 @@ void ImmichStandIn::forgetAlbums() { control("forget-albums", "{}"); }
 
 nlohmann::json ImmichStandIn::albumNamed(const std::string& name) {
   nlohmann::json found;
-  for (const auto& [id, album] : state()["albums"].items()) {
+  const nlohmann::json all = state();
+  for (const auto& [id, album] : all["albums"].items()) {
     if (album["albumName"] != name) continue;
     if (!found.is_null()) throw std::runtime_error("two albums named " + name);
     found = album;

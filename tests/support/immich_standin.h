@@ -40,6 +40,7 @@ class ImmichStandIn {
 
   TempDir store_;
   pid_t pid_ = -1;
+  int lifeline_ = -1;
   std::string url_;
   std::unique_ptr<HttpClient> http_;
 };

@@ -1,24 +1,21 @@
-#!/ usr / bin / env python3
+#!/usr/bin/env python3
 """A stand-in for an Immich server, for tests of Quillmere's Immich library.
 
 Follows the request and response shapes of Immich's REST API as published in the typed client
 @immich/sdk 3.2.2 (build/fetch-client.d.ts), for exactly the calls Quillmere makes:
 
-  GET  /.well-known/immich             {
-  "api" : { "endpoint" : "/api" }
-}
-GET / api / api - keys / me ApiKeyResponseDto POST / api /
-                      assets AssetMediaCreateDto(multipart)->AssetMediaResponseDto PUT / api
-                      / assets / {id} UpdateAssetDto->AssetResponseDto POST / api
-                      / albums CreateAlbumDto->AlbumResponseDto GET / api / albums / {
-  id}                -> AlbumResponseDto
+  GET  /.well-known/immich             {"api": {"endpoint": "/api"}}
+  GET  /api/api-keys/me                ApiKeyResponseDto
+  POST /api/assets                     AssetMediaCreateDto (multipart) -> AssetMediaResponseDto
+  PUT  /api/assets/{id}                UpdateAssetDto -> AssetResponseDto
+  POST /api/albums                     CreateAlbumDto -> AlbumResponseDto
+  GET  /api/albums/{id}                -> AlbumResponseDto
   PUT  /api/albums/{id}/assets         BulkIdsDto -> BulkIdResponseDto[]
 
 Requests that don't match (unknown or missing fields, wrong types, text fields after a file
 part, a checksum header that isn't the file's SHA-1) are answered 400 like Immich's validation.
-Standard library only. Started with a folder to keep uploads in;
-prints its port on the first
-line of stdout and serves 127.0.0.1 until killed. Tests steer it through /__standin/:
+Standard library only. Started with a folder to keep uploads in; prints its port on the first
+line of stdout and serves 127.0.0.1 until killed or until its standard input closes. Tests steer it through /__standin/:
 
   POST /__standin/config   merge JSON into the switches below
   GET  /__standin/state    assets, albums and the request log
@@ -33,6 +30,7 @@ import datetime
 import email.parser
 import email.policy
 import hashlib
+import http
 import http.server
 import json
 import os
@@ -162,45 +160,40 @@ def upload(handler, body):
         raise Refusal(400, f"Unsupported file type {filename}")
     for existing in assets.values():
         if existing["checksum"] == checksum:
-            return 200, {
-    "id" : existing["id"], "status" : "duplicate"
-  }
-if config
-  ["quotaFull"] : raise Refusal(400, "Quota has been exceeded!") asset_id = str(uuid.uuid4()) path =
-                      os.path.join(store, asset_id + "-" + os.path.basename(filename)) asset = {
-                        "id" : asset_id,
-                        "filename" : filename,
-                        "checksum" : checksum,
-                        "path" : path,
-                        "type" : "VIDEO" if extension (filename) in VIDEO else "IMAGE",
-                        "fileCreatedAt" : fields["fileCreatedAt"],
-                        "fileModifiedAt" : fields["fileModifiedAt"],
-                        "createdAt" : now(),
-                        "livePhotoVideoId" : None,
-                        "visibility" : "timeline",
-                        "sidecarPath" : None
-                      } if "livePhotoVideoId" in fields
-      : link(asset, fields["livePhotoVideoId"]) #refused : the still is not created with
-                                                           open(path, "wb") as out
-      : out.write(data) if "sidecarData" in files
-      : asset["sidecarPath"] = path + ".xmp" with open(asset["sidecarPath"], "wb") as out
-      : out.write(files["sidecarData"][1]) assets[asset_id] = asset return 201,
-                                                                 {
-                                                                   "id" : asset_id,
-                                                                   "status" : "created"
-                                                                 }
+            return 200, {"id": existing["id"], "status": "duplicate"}
+    if config["quotaFull"]:
+        raise Refusal(400, "Quota has been exceeded!")
+    asset_id = str(uuid.uuid4())
+    path = os.path.join(store, asset_id + "-" + os.path.basename(filename))
+    asset = {"id": asset_id, "filename": filename, "checksum": checksum, "path": path,
+             "type": "VIDEO" if extension(filename) in VIDEO else "IMAGE",
+             "fileCreatedAt": fields["fileCreatedAt"], "fileModifiedAt": fields["fileModifiedAt"],
+             "createdAt": now(), "livePhotoVideoId": None, "visibility": "timeline",
+             "sidecarPath": None}
+    if "livePhotoVideoId" in fields:
+        link(asset, fields["livePhotoVideoId"])  # refused: the still is not created
+    with open(path, "wb") as out:
+        out.write(data)
+    if "sidecarData" in files:
+        asset["sidecarPath"] = path + ".xmp"
+        with open(asset["sidecarPath"], "wb") as out:
+            out.write(files["sidecarData"][1])
+    assets[asset_id] = asset
+    return 201, {"id": asset_id, "status": "created"}
 
-  def json_body(body, fields, required = ())
-      : try : value = json.loads(body)
+
+def json_body(body, fields, required=()):
+    try:
+        value = json.loads(body)
     except ValueError:
         raise Refusal(400, "Body must be JSON")
     if not isinstance(value, dict):
         raise Refusal(400, "Body must be an object")
-    for key, kind in value.items():
+    for key in value:
         if key not in fields:
             raise Refusal(400, f"property {key} should not exist")
-        if not isinstance(value[key], fields[key]) or (fields[key] is not bool and
-                                                        isinstance(value[key], bool)):
+        wrong_bool = fields[key] is not bool and isinstance(value[key], bool)
+        if not isinstance(value[key], fields[key]) or wrong_bool:
             raise Refusal(400, f"{key} has the wrong type")
     for key in required:
         if key not in value:
@@ -210,14 +203,10 @@ if config
 
 def route(handler, method, path, body):
     if method == "GET" and path == "/api/api-keys/me":
-        return 200, {
-      "createdAt" : "2025-01-01T00:00:00.000Z",
-                    "id" : str(uuid.uuid4()),
-                           "name" : "quillmere",
-                                    "permissions" : handler.permissions,
-                                    "updatedAt" : "2025-01-01T00:00:00.000Z"
-    }
-if method == "POST" and path == "/api/assets":
+        return 200, {"createdAt": "2025-01-01T00:00:00.000Z", "id": str(uuid.uuid4()),
+                     "name": "quillmere", "permissions": handler.permissions,
+                     "updatedAt": "2025-01-01T00:00:00.000Z"}
+    if method == "POST" and path == "/api/assets":
         handler.need("asset.upload")
         return upload(handler, body)
     match = re.fullmatch(r"/api/assets/([^/]+)", path)
@@ -280,16 +269,16 @@ class Handler(http.server.BaseHTTPRequestHandler):
             raise Refusal(403, f"Missing required permission: {permission}")
 
     def answer(self, status, value):
-        data = value.encode() if isinstance(value, str) else json.dumps(value).encode()
+        text = isinstance(value, str)
+        data = value.encode() if text else json.dumps(value).encode()
         self.send_response(status)
-        self.send_header("Content-Type", "application/json" if not isinstance(value, str)
-                         else "text/html")
+        self.send_header("Content-Type", "text/html" if text else "application/json")
         self.send_header("Content-Length", str(len(data)))
         self.end_headers()
         self.wfile.write(data)
 
     def handle_any(self, method):
-        path, _, query = self.path.partition("?")
+        path, _, _ = self.path.partition("?")
         length = int(self.headers.get("Content-Length", "0") or "0")
         head = self.rfile.read(min(length, 4096)) if length else b""
         if method == "POST" and path == "/api/assets":
@@ -302,42 +291,51 @@ class Handler(http.server.BaseHTTPRequestHandler):
         with lock:
             time.sleep(config["delay"])
             try:
-                status, value
-    = self.dispatch(method, path, body) except Refusal as refusal
-        : status = refusal.status value = (str(refusal) if status == 413 else {
-                                            "message" : str(refusal),
-                                            "statusCode" : status,
-                                            "error" : http.HTTPStatus(status).phrase
-                                          }) requests.append(f "{method} {path} -> {status}")
-                                              self.answer(status, value)
+                status, value = self.dispatch(method, path, body)
+            except Refusal as refusal:
+                status = refusal.status
+                value = (str(refusal) if status == 413 else
+                         {"message": str(refusal), "statusCode": status,
+                          "error": http.HTTPStatus(status).phrase})
+            if not path.startswith("/__standin/"):
+                requests.append(f"{method} {path} -> {status}")
+        try:
+            self.answer(status, value)
+        except OSError:
+            self.close_connection = True  # the client gave up waiting
 
-                                                  def
-                                                  dispatch(self, method, path, body)
-        : if path.startswith("/__standin/")
-        : if path == "/__standin/config" : config.update(json.loads(body)) return 200,
-          config if path == "/__standin/forget-albums" : albums.clear() return 200, {}
-return 200, { "assets" : assets, "albums" : albums, "requests" : requests }
-if path
-  == "/.well-known/immich" : return 200, {
-    "api" : { "endpoint" : "/api" }
-  }
-self.permissions = config["keys"]
-                       .get(self.headers.get("x-api-key")) if self
-                       .permissions is None
-    : raise Refusal(401, "Invalid API key") return route(self, method, path, body)
+    def dispatch(self, method, path, body):
+        if path.startswith("/__standin/"):
+            if path == "/__standin/config":
+                config.update(json.loads(body))
+                return 200, config
+            if path == "/__standin/forget-albums":
+                albums.clear()
+                return 200, {}
+            return 200, {"assets": assets, "albums": albums, "requests": requests}
+        if path == "/.well-known/immich":
+            return 200, {"api": {"endpoint": "/api"}}
+        self.permissions = config["keys"].get(self.headers.get("x-api-key"))
+        if self.permissions is None:
+            raise Refusal(401, "Invalid API key")
+        return route(self, method, path, body)
 
-          def
-          do_GET(self)
-    : self.handle_any("GET")
+    def do_GET(self):
+        self.handle_any("GET")
 
-          def
-          do_POST(self)
-    : self.handle_any("POST")
+    def do_POST(self):
+        self.handle_any("POST")
 
-          def
-          do_PUT(self)
-    : self.handle_any("PUT")
+    def do_PUT(self):
+        self.handle_any("PUT")
 
-          server = http.server
-                       .ThreadingHTTPServer(("127.0.0.1", 0), Handler)
-                           print(server.server_address[1], flush = True) server.serve_forever()
+
+def exit_with_parent():
+    sys.stdin.buffer.read()  # the test holds the other end; it closes when the test ends
+    os._exit(0)
+
+
+threading.Thread(target=exit_with_parent, daemon=True).start()
+server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+print(server.server_address[1], flush=True)
+server.serve_forever()
