@@ -1,17 +1,24 @@
 // `quillmere-cli import` end to end: a run folder as a repair leaves it, the stand-in Immich
 // server, and the command as a user runs it.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
 
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "tests/support/immich_standin.h"
 #include "tests/support/media_fixtures.h"
 #include "tests/support/run_command.h"
 #include "tests/support/scoped_environment.h"
 #include "tests/support/temp_dir.h"
+
+extern char** environ;
 
 namespace quillmere {
 namespace {
@@ -163,6 +170,44 @@ TEST(ImportCommand, SplitsARefusedPairAndReportsFailedItems) {
                                     "(Immich says: Unsupported file type scan.png).\n"));
   EXPECT_THAT(text.str(), HasSubstr("IMG_0002.heic,imported,Immich wouldn't pair this Live "
                                     "Photo; photo and video added separately\n"));
+}
+
+TEST(ImportCommand, CtrlCStopsBeforeTheNextItemAndStillFillsTheAlbums) {
+  Fixture f;
+  f.server.config({{"delay", 0.4}});
+  const std::string out = (f.home / "out.txt").string();
+  const std::string url = f.server.url(), folder = f.run.root.string();
+  std::vector<const char*> argv = {QUILLMERE_CLI,      "import",       "--quiet",
+                                   "--server",         url.c_str(),    "--key",
+                                   ImmichStandIn::key, folder.c_str(), nullptr};
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  pid_t pid = 0;
+  ASSERT_EQ(posix_spawn(&pid, QUILLMERE_CLI, &actions, nullptr,
+                        const_cast<char* const*>(argv.data()), environ),
+            0);
+  posix_spawn_file_actions_destroy(&actions);
+  // Once the key is checked the command is importing: stop it during its first uploads.
+  for (int i = 0; i < 100 && f.server.state()["requests"].size() < 3; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  kill(pid, SIGINT);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 130);
+  f.server.config({{"delay", 0}});
+  std::ifstream text(out);
+  const std::string printed{std::istreambuf_iterator<char>(text), {}};
+  EXPECT_THAT(printed, StartsWith("Added "));
+  const auto record =
+      nlohmann::json::parse(std::ifstream(f.run.root / "Report/photos-import.json"));
+  const auto all = f.server.albumNamed("All imported items");
+  ASSERT_FALSE(all.is_null()) << printed;
+  EXPECT_GE(all["assets"].size(), 1u);
+  EXPECT_LT(all["assets"].size(), 4u);  // stopped before the last items
+  EXPECT_EQ(record["albumIDs"].size(), f.server.state()["albums"].size());
 }
 
 TEST(ImportCommand, SaysWhyItCouldNotRun) {
