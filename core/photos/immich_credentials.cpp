@@ -17,12 +17,12 @@ std::optional<std::string> environment(const char* name) {
   return std::string(value);
 }
 
-std::string unquoted(std::string value) {
+std::string unquoted(std::string_view value) {
   if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') &&
       value.back() == value.front()) {
-    return value.substr(1, value.size() - 2);
+    value = value.substr(1, value.size() - 2);
   }
-  return value;
+  return std::string(value);
 }
 
 // The top-level "name: value" lines of Immich's auth.yml (it writes nothing else there).
@@ -35,10 +35,9 @@ std::map<std::string, std::string> authFile() {
   while (std::getline(in, line)) {
     const auto colon = line.find(':');
     if (colon == std::string::npos || line.starts_with(' ') || line.starts_with('#')) continue;
-    std::string value =
-        std::string(trimWhiteSpaceAndLineBreaks(std::string_view(line).substr(colon + 1)));
-    values[std::string(trimWhiteSpaceAndLineBreaks(std::string_view(line).substr(0, colon)))] =
-        unquoted(std::move(value));
+    const std::string_view text = line;
+    values[std::string(trimWhiteSpaceAndLineBreaks(text.substr(0, colon)))] =
+        unquoted(trimWhiteSpaceAndLineBreaks(text.substr(colon + 1)));
   }
   return values;
 }

@@ -6,11 +6,12 @@
 #include <array>
 #include <cctype>
 #include <cmath>
-#include <fstream>
+#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "core/dates/iso_date.h"
 #include "core/photos/http_client.h"
+#include "core/sources/folder_file.h"
 
 namespace quillmere {
 namespace {
@@ -36,32 +37,29 @@ std::string origin(const std::string& url) {
 }
 
 std::string sha1Hex(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  if (!in) {
-    throw PhotoLibraryError(Kind::unreadableFile, "Quillmere couldn't read " + file.string() +
-                                                      ". Check that the file is still there.");
-  }
   const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(),
                                                                         EVP_MD_CTX_free);
   if (!context || EVP_DigestInit_ex(context.get(), EVP_sha1(), nullptr) != 1) {
     throw std::runtime_error("SHA-1 is not available");
   }
-  std::vector<char> buffer(1 << 20);
-  while (in) {
-    in.read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
-    EVP_DigestUpdate(context.get(), buffer.data(), static_cast<std::size_t>(in.gcount()));
-  }
-  if (in.bad()) {
-    throw PhotoLibraryError(Kind::unreadableFile, "Quillmere couldn't read " + file.string() + ".");
+  try {
+    std::error_code error;
+    const auto size = fs::file_size(file, error);
+    if (error) throw std::system_error(error);
+    FolderFile(file, file.filename().string(), static_cast<std::int64_t>(size))
+        .stream([&](std::span<const std::uint8_t> chunk) {
+          EVP_DigestUpdate(context.get(), chunk.data(), chunk.size());
+        });
+  } catch (const std::exception&) {
+    throw PhotoLibraryError(Kind::unreadableFile, "Quillmere couldn't read " + file.string() +
+                                                      ". Check that the file is still there.");
   }
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned int length = 0;
   EVP_DigestFinal_ex(context.get(), digest.data(), &length);
-  static constexpr char kHex[] = "0123456789abcdef";
-  std::string hex;
+  std::string hex(2 * length, '0');
   for (unsigned int i = 0; i < length; ++i) {
-    hex += kHex[digest[i] >> 4];
-    hex += kHex[digest[i] & 15];
+    std::snprintf(&hex[2 * i], 3, "%02x", digest[i]);
   }
   return hex;
 }
@@ -347,7 +345,7 @@ std::string ImmichLibrary::album(const std::string& title, const std::string& fo
                                  const std::optional<std::string>& existing) {
   Connection& c = *connection_;
   if (existing) {
-    const auto response = c.call("GET", "/albums/" + *existing + "?withoutAssets=true");
+    const auto response = c.call("GET", "/albums/" + *existing);
     if (response.status == 200) return *existing;
     // Immich answers 400 for an album that is gone or was never the key owner's.
     if (response.status != 400 && response.status != 404) {

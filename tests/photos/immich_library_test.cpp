@@ -301,6 +301,13 @@ TEST(ImmichStandIn, RejectsRequestsThatDontMatchImmichsShapes) {
   EXPECT_EQ(json("POST", "/api/albums", R"({"albumName": 3})"), 400);
   EXPECT_EQ(json("PUT", "/api/albums/not-a-uuid/assets", R"({"ids": []})"), 400);
   EXPECT_EQ(json("POST", "/api/albums", R"({"albumName": "x", "description": null})"), 201);
+  const std::string album = server.state()["albums"].begin().key();
+  EXPECT_EQ(http.send("GET", server.url() + "/api/albums/" + album + "?withoutAssets=true",
+                      {"x-api-key: test-key"})
+                .status,
+            400);
+  EXPECT_EQ(http.send("GET", server.url() + "/api/albums/" + album, {"x-api-key: test-key"}).status,
+            200);
 }
 
 TEST(ImmichCredentials, TakesOptionsThenTheEnvironmentThenImmichsAuthFile) {

@@ -38,6 +38,7 @@ import re
 import sys
 import threading
 import time
+import urllib.parse
 import uuid
 
 UUID = re.compile(r"^[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}$")
@@ -278,7 +279,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
         self.wfile.write(data)
 
     def handle_any(self, method):
-        path, _, _ = self.path.partition("?")
+        path, _, query = self.path.partition("?")
         length = int(self.headers.get("Content-Length", "0") or "0")
         head = self.rfile.read(min(length, 4096)) if length else b""
         if method == "POST" and path == "/api/assets":
@@ -291,7 +292,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
         with lock:
             time.sleep(config["delay"])
             try:
-                status, value = self.dispatch(method, path, body)
+                status, value = self.dispatch(method, path, query, body)
             except Refusal as refusal:
                 status = refusal.status
                 value = (str(refusal) if status == 413 else
@@ -304,7 +305,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
         except OSError:
             self.close_connection = True  # the client gave up waiting
 
-    def dispatch(self, method, path, body):
+    def dispatch(self, method, path, query, body):
         if path.startswith("/__standin/"):
             if path == "/__standin/config":
                 config.update(json.loads(body))
@@ -315,6 +316,10 @@ class Handler(http.server.BaseHTTPRequestHandler):
             return 200, {"assets": assets, "albums": albums, "requests": requests}
         if path == "/.well-known/immich":
             return 200, {"api": {"endpoint": "/api"}}
+        # Only the shared-link parameters exist on these calls; anything else fails validation.
+        for name in urllib.parse.parse_qs(query, keep_blank_values=True):
+            if name not in ("key", "slug") or method == "PUT" or path.endswith("/me"):
+                raise Refusal(400, f"property {name} should not exist")
         self.permissions = config["keys"].get(self.headers.get("x-api-key"))
         if self.permissions is None:
             raise Refusal(401, "Invalid API key")
