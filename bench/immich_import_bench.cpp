@@ -33,7 +33,7 @@ RepairResultPtr makeRun(const fs::path& root, int count) {
   fs::create_directories(month);
   fs::create_directories(root / "Report");
   const fs::path model = root / "model.jpg";
-  testing::makePhoto(model, testing::PhotoFormat::jpeg, 320, 240, /*noisy=*/true);
+  testing::makePhoto(model, testing::PhotoFormat::jpeg, 320, 240);
   std::ifstream in(model, std::ios::binary);
   const std::string bytes{std::istreambuf_iterator<char>(in), {}};
   auto result = std::make_shared<RepairResult>(root);

@@ -168,6 +168,12 @@ struct ImmichLibrary::Connection {
   PhotoLibraryError failure(const HttpClient::Response& response, const std::string& what) const {
     const std::string message = serverMessage(response);
     const std::string said = message.empty() ? "" : " (Immich says: " + message + ")";
+    if (response.status >= 300 && response.status < 400) {
+      return {Kind::unreachable, "The server at " + server() +
+                                     " sends Quillmere to another address. Give the address "
+                                     "Immich itself is reached at (often https://…), then try "
+                                     "again."};
+    }
     switch (response.status) {
       case 401:
         return {Kind::notSignedIn, "Immich at " + server() +
