@@ -149,6 +149,31 @@ TEST(ImmichLibraryAssets, SendsAHeicsSidecarAndPairsALivePhotoMovieFirst) {
   EXPECT_EQ(f.server.state()["assets"].size(), 2u);
 }
 
+TEST(ImmichLibraryAssets, AddsARealIPhoneStillAndMovieAsOneLivePhotoByteForByte) {
+  const fs::path samples = fs::path(QUILLMERE_SOURCE_DIR) / "../shared/samples";
+  const fs::path still = samples / "heif/iphone_13_pro_max.HEIC";
+  const fs::path movie = samples / "movies/with-gps.mov";
+  if (!fs::exists(still) || !fs::exists(movie)) {
+    GTEST_SKIP() << "the real samples are not at " << samples;
+  }
+  const auto before = testing::snapshotTree(samples);
+  ImmichStandIn server;
+  ImmichLibrary library({server.url(), ImmichStandIn::key});
+  const std::string id = library.addAsset(still, movie, std::nullopt, std::nullopt, std::nullopt);
+  const auto state = server.state();
+  const auto asset = state["assets"][id];
+  const auto video = state["assets"][asset["livePhotoVideoId"].get<std::string>()];
+  EXPECT_EQ(asset["filename"], "iphone_13_pro_max.HEIC");
+  EXPECT_EQ(video["filename"], "with-gps.mov");
+  const auto stored = exiftool(asset["path"].get<std::string>());
+  EXPECT_EQ(stored["DateTimeOriginal"], "2022:02:16 12:55:41");
+  EXPECT_EQ(stored["OffsetTimeOriginal"], "+01:00");
+  EXPECT_EQ(testing::snapshotTree(fs::path(asset["path"].get<std::string>()).parent_path())
+                .at(fs::path(asset["path"].get<std::string>()).filename().string()),
+            before.at("heif/iphone_13_pro_max.HEIC"));
+  EXPECT_EQ(testing::snapshotTree(samples), before);
+}
+
 TEST(ImmichLibraryAssets, PairsAStillTheServerAlreadyHeldByUpdatingIt) {
   Fixture f;
   const std::string still =
