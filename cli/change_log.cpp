@@ -1,34 +1,18 @@
 #include "cli/change_log.h"
 
-#include <array>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 
 #include "core/dates/exif_date.h"
 #include "core/metadata/embedded_metadata_reader.h"
+#include "core/repair/report_writer.h"
 #include "core/scan/media_kind.h"
 
 namespace quillmere::cli {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr std::array<std::string_view, 15> kHeader = {"item",
-                                                      "item kind",
-                                                      "status",
-                                                      "source",
-                                                      "output",
-                                                      "date before",
-                                                      "date after",
-                                                      "date source",
-                                                      "time zone",
-                                                      "time zone source",
-                                                      "location written",
-                                                      "caption written",
-                                                      "albums",
-                                                      "method",
-                                                      "notes"};
 
 std::string readText(const fs::path& file) {
   std::ifstream in(file, std::ios::binary);
@@ -167,14 +151,15 @@ RepairResultPtr readChangeLog(const fs::path& runFolder) {
         "starts with \"Quillmere Repair\".");
   }
   const auto records = parseCSV(readText(log));
-  const std::vector<std::string> header(kHeader.begin(), kHeader.end());
+  // The header the report writer writes, read back the same way as the log.
+  const std::vector<std::string> header = parseCSV(ReportWriter::csv({})).front();
   if (records.empty() || records.front() != header) {
     throw std::runtime_error(log.string() + " isn't a Quillmere change log.");
   }
   auto result = std::make_shared<RepairResult>(runFolder);
   for (std::size_t i = 1; i < records.size(); ++i) {
     try {
-      if (records[i].size() != kHeader.size()) throw std::invalid_argument("bad row");
+      if (records[i].size() != header.size()) throw std::invalid_argument("bad row");
       result->rows.push_back(rowOf(records[i], runFolder));
     } catch (const std::logic_error&) {
       throw std::runtime_error("Line " + std::to_string(i + 1) + " of " + log.string() +
