@@ -3,94 +3,19 @@
 #include <map>
 #include <vector>
 
+#include "core/metadata/iso_box.h"
+
 namespace quillmere::HeifContainer {
 namespace {
+
+using IsoBox::Box;
+using IsoBox::childBoxes;
+using IsoBox::Cursor;
+using IsoBox::fourCC;
 
 constexpr std::uint64_t kMaxMetaBox = 16 << 20;
 constexpr std::uint64_t kMaxItem = 16 << 20;
 constexpr int kMaxTopLevelBoxes = 64;
-
-constexpr std::uint32_t fourCC(const char (&code)[5]) {
-  return static_cast<std::uint32_t>(static_cast<unsigned char>(code[0])) << 24 |
-         static_cast<std::uint32_t>(static_cast<unsigned char>(code[1])) << 16 |
-         static_cast<std::uint32_t>(static_cast<unsigned char>(code[2])) << 8 |
-         static_cast<std::uint32_t>(static_cast<unsigned char>(code[3]));
-}
-
-// A big-endian cursor over untrusted bytes: every read checks the bounds and a failed read
-// leaves the cursor failed, so a parser can read a run of fields and test once.
-class Cursor {
- public:
-  explicit Cursor(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
-
-  bool ok() const { return ok_; }
-  std::size_t position() const { return position_; }
-  std::size_t remaining() const { return ok_ ? bytes_.size() - position_ : 0; }
-
-  std::uint64_t uint(int width) {
-    if (!ok_ || width < 0 || width > 8 || remaining() < static_cast<std::size_t>(width)) {
-      ok_ = false;
-      return 0;
-    }
-    std::uint64_t value = 0;
-    for (int i = 0; i < width; ++i) value = value << 8 | bytes_[position_++];
-    return value;
-  }
-  std::uint8_t u8() { return static_cast<std::uint8_t>(uint(1)); }
-  std::uint16_t u16() { return static_cast<std::uint16_t>(uint(2)); }
-  std::uint32_t u32() { return static_cast<std::uint32_t>(uint(4)); }
-  void skip(std::size_t count) {
-    if (remaining() < count) ok_ = false;
-    if (ok_) position_ += count;
-  }
-  // A NUL-terminated string; the NUL is consumed. A missing NUL fails the cursor.
-  std::string string() {
-    std::string text;
-    while (ok_ && remaining() > 0) {
-      const char c = static_cast<char>(bytes_[position_++]);
-      if (c == '\0') return text;
-      text += c;
-    }
-    ok_ = false;
-    return text;
-  }
-  std::span<const std::uint8_t> take(std::size_t count) {
-    if (remaining() < count) {
-      ok_ = false;
-      return {};
-    }
-    const std::span<const std::uint8_t> part = bytes_.subspan(position_, count);
-    position_ += count;
-    return part;
-  }
-
- private:
-  std::span<const std::uint8_t> bytes_;
-  std::size_t position_ = 0;
-  bool ok_ = true;
-};
-
-struct Box {
-  std::uint32_t type = 0;
-  std::span<const std::uint8_t> payload;
-};
-
-// The boxes laid end to end in `bytes`; stops at the first malformed header.
-std::vector<Box> childBoxes(std::span<const std::uint8_t> bytes) {
-  std::vector<Box> boxes;
-  Cursor cursor(bytes);
-  while (cursor.remaining() >= 8) {
-    const std::size_t start = cursor.position();
-    std::uint64_t size = cursor.u32();
-    const std::uint32_t type = cursor.u32();
-    if (size == 1) size = cursor.uint(8);
-    if (size == 0) size = bytes.size() - start;  // to the end of the parent
-    const std::size_t header = cursor.position() - start;
-    if (!cursor.ok() || size < header || size - header > cursor.remaining()) break;
-    boxes.push_back({type, cursor.take(static_cast<std::size_t>(size - header))});
-  }
-  return boxes;
-}
 
 struct Extent {
   std::uint64_t offset = 0;
