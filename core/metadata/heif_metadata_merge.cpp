@@ -14,6 +14,8 @@ namespace {
 
 bool hasDate(const Fields& fields) { return fields.dateUTC && fields.offsetSeconds; }
 
+// Values are set as values: assigning one converts it to text first, which splits nothing.
+
 // Degrees as degrees, minutes and seconds to a millionth of a second of arc.
 Exiv2::URationalValue degreesMinutesSeconds(double degrees) {
   constexpr std::int64_t kPerSecond = 1000000;
@@ -31,14 +33,16 @@ void setPosition(Exiv2::ExifData& exif, const GeoPoint& point) {
     exif["Exif.GPSInfo.GPSVersionID"] = std::string("2 2 0 0");
   }
   exif["Exif.GPSInfo.GPSLatitudeRef"] = std::string(point.latitude < 0 ? "S" : "N");
-  exif["Exif.GPSInfo.GPSLatitude"] = degreesMinutesSeconds(point.latitude);
+  const Exiv2::URationalValue latitude = degreesMinutesSeconds(point.latitude);
+  exif["Exif.GPSInfo.GPSLatitude"].setValue(&latitude);
   exif["Exif.GPSInfo.GPSLongitudeRef"] = std::string(point.longitude < 0 ? "W" : "E");
-  exif["Exif.GPSInfo.GPSLongitude"] = degreesMinutesSeconds(point.longitude);
+  const Exiv2::URationalValue longitude = degreesMinutesSeconds(point.longitude);
+  exif["Exif.GPSInfo.GPSLongitude"].setValue(&longitude);
   if (point.altitude && *point.altitude != 0) {
     Exiv2::URationalValue altitude;
     altitude.value_.push_back(
         {static_cast<std::uint32_t>(std::llround(std::fabs(*point.altitude) * 1000)), 1000});
-    exif["Exif.GPSInfo.GPSAltitude"] = altitude;
+    exif["Exif.GPSInfo.GPSAltitude"].setValue(&altitude);
     exif["Exif.GPSInfo.GPSAltitudeRef"] = std::string(*point.altitude < 0 ? "1" : "0");
   }
 }
@@ -61,11 +65,15 @@ std::optional<Bytes> mergeExif(const std::optional<Bytes>& tiff, const Fields& f
   if (fields.location) setPosition(exif, *fields.location);
   if (fields.caption) exif["Exif.Image.ImageDescription"] = *fields.caption;
   Exiv2::Blob blob;
-  if (tiff) {
-    Exiv2::ExifParser::encode(blob, tiff->data(), static_cast<std::uint32_t>(tiff->size()), order,
-                              exif);
-  } else {
+  if (!tiff) {
     Exiv2::ExifParser::encode(blob, order, exif);
+  } else {
+    // Without new tags Exiv2 patches the given bytes in place and leaves the blob empty.
+    Bytes patched = *tiff;
+    if (Exiv2::ExifParser::encode(blob, patched.data(), static_cast<std::uint32_t>(patched.size()),
+                                  order, exif) == Exiv2::wmNonIntrusive) {
+      return patched;
+    }
   }
   if (blob.empty()) return std::nullopt;
   return Bytes(blob.begin(), blob.end());
@@ -93,7 +101,7 @@ std::optional<std::string> mergeXmp(const std::optional<std::string>& packet,
   if (fields.caption) {
     Exiv2::LangAltValue description;
     description.value_["x-default"] = *fields.caption;
-    xmp["Xmp.dc.description"] = description;
+    xmp["Xmp.dc.description"].setValue(&description);
   }
   if (!fields.addKeywords.empty()) {
     std::vector<std::string> keywords = subjects(xmp);
@@ -104,7 +112,7 @@ std::optional<std::string> mergeXmp(const std::optional<std::string>& packet,
     }
     Exiv2::XmpArrayValue bag(Exiv2::xmpBag);
     for (const std::string& keyword : keywords) bag.read(keyword);
-    xmp["Xmp.dc.subject"] = bag;
+    xmp["Xmp.dc.subject"].setValue(&bag);
   }
   std::string encoded;
   if (Exiv2::XmpParser::encode(encoded, xmp, Exiv2::XmpParser::useCompactFormat) != 0 ||

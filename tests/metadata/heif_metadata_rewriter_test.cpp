@@ -1,0 +1,225 @@
+#include "core/metadata/heif_metadata_rewriter.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include "core/metadata/embedded_metadata_reader.h"
+#include "core/metadata/heif_metadata_merge.h"
+#include "tests/support/media_fixtures.h"
+#include "tests/support/run_command.h"
+#include "tests/support/temp_dir.h"
+
+namespace quillmere {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::runCommand;
+using testing::TempDir;
+
+// The shared samples beside the checkout (or beside the folder of worktrees it is one of).
+fs::path samplesFolder() {
+  const fs::path source(QUILLMERE_SOURCE_DIR);
+  for (const fs::path& root : {source.parent_path(), source.parent_path().parent_path()}) {
+    if (fs::exists(root / "shared" / "samples" / "heif"))
+      return root / "shared" / "samples" / "heif";
+  }
+  return source.parent_path() / "shared" / "samples" / "heif";
+}
+const fs::path kSamples = samplesFolder();
+
+// 2021-03-04 10:05:00 at +02:00, south and west, with a caption and two keywords.
+HeifMetadataMerge::Fields repairFields() {
+  HeifMetadataMerge::Fields fields;
+  fields.dateUTC = 1614845100;
+  fields.offsetSeconds = 7200;
+  fields.location = GeoPoint{-33.86, -70.6, 512.5};
+  fields.caption = "Birthday at the beach";
+  fields.addKeywords = {"Summer 2021", "Family"};
+  return fields;
+}
+
+Bytes fileBytes(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(in), {});
+}
+
+// The repair's write: merge into what the file has, then rewrite.
+bool writeFields(const fs::path& source, const fs::path& destination,
+                 const HeifMetadataMerge::Fields& fields = repairFields()) {
+  const auto existing = HeifMetadataRewriter::readExisting(source);
+  if (!existing) return false;
+  const auto merged = HeifMetadataMerge::merge(*existing, fields);
+  if (!merged) return false;
+  return HeifMetadataRewriter::rewrite(source, destination, merged->exifTiff, merged->xmp);
+}
+
+// exiftool's lines "[Group] Tag: value", less those that describe the file rather than its
+// content, and those the write sets.
+std::multiset<std::string> exiftoolLines(const fs::path& file, bool keepWritten = false) {
+  const auto result = runCommand({"exiftool", "-a", "-G1", "-n", "-s", "-m", file.string()});
+  EXPECT_EQ(result.exitCode, 0) << result.err;
+  static const char* const kFileLevel[] = {
+      "[System]", "[ExifTool]", "[Composite]", "[File]          FileType", "MediaDataSize",
+      "MediaDataOffset",
+      // Where the thumbnail lies inside the Exif, and who serialised the XMP packet and how:
+      // these change with any rewrite of those blocks.
+      "ThumbnailOffset", "XMPToolkit", "[XMP-rdf]"};
+  static const char* const kWritten[] = {"DateTimeOriginal",    "CreateDate", "OffsetTimeOriginal",
+                                         "OffsetTimeDigitized", "[GPS]",      "ImageDescription",
+                                         "DateCreated",         "[XMP-dc]"};
+  std::multiset<std::string> lines;
+  std::istringstream in(result.out);
+  for (std::string line; std::getline(in, line);) {
+    const auto has = [&](const char* part) { return line.find(part) != std::string::npos; };
+    if (std::any_of(std::begin(kFileLevel), std::end(kFileLevel), has)) continue;
+    if (!keepWritten && std::any_of(std::begin(kWritten), std::end(kWritten), has)) continue;
+    lines.insert(line);
+  }
+  return lines;
+}
+
+std::map<std::string, std::string> exiftoolTags(const fs::path& file) {
+  std::map<std::string, std::string> tags;
+  for (const std::string& line : exiftoolLines(file, true)) {
+    const auto colon = line.find(": ");
+    if (colon == std::string::npos) continue;
+    std::string key = line.substr(0, colon);
+    key.erase(std::remove(key.begin(), key.end(), ' '), key.end());
+    tags[key] = line.substr(colon + 2);
+  }
+  return tags;
+}
+
+// heif-info's images (number, size, auxiliary channels) and its list of metadata.
+std::pair<std::string, std::string> heifInfo(const fs::path& file) {
+  const auto result = runCommand({"heif-info", file.string()});
+  EXPECT_EQ(result.exitCode, 0) << result.err;
+  const auto split = result.out.find("metadata:");
+  return {result.out.substr(0, split), split == std::string::npos ? "" : result.out.substr(split)};
+}
+
+// The header and pixel chunks of a PNG (IHDR, PLTE, tRNS, IDAT), without the metadata chunks
+// that heif-convert copies from the file.
+std::string pngPixels(const fs::path& png) {
+  const Bytes bytes = fileBytes(png);
+  std::string pixels;
+  for (std::size_t at = 8; at + 12 <= bytes.size();) {
+    const std::size_t length = std::size_t{bytes[at]} << 24 | std::size_t{bytes[at + 1]} << 16 |
+                               std::size_t{bytes[at + 2]} << 8 | bytes[at + 3];
+    const std::string type(bytes.begin() + at + 4, bytes.begin() + at + 8);
+    if (length > bytes.size() - at - 12) break;
+    if (type == "IHDR" || type == "PLTE" || type == "tRNS" || type == "IDAT") {
+      pixels.append(bytes.begin() + at + 4, bytes.begin() + at + 8 + length);
+    }
+    at += length + 12;
+  }
+  return pixels;
+}
+
+// Every top-level image as libheif decodes it (heif-convert writes one PNG per image, with
+// alpha and depth beside them). A file libheif can't decode gives its message.
+std::string decoded(const fs::path& file, const fs::path& folder) {
+  const auto result = runCommand({"heif-convert", file.string(), (folder / "image.png").string()});
+  if (result.exitCode != 0) return "not decoded: " + result.err;
+  std::vector<fs::path> images;
+  for (const auto& entry : fs::directory_iterator(folder)) images.push_back(entry.path());
+  std::sort(images.begin(), images.end());
+  std::string pixels;
+  for (const fs::path& image : images) pixels += image.filename().string() + pngPixels(image);
+  return pixels;
+}
+
+void expectWritten(const fs::path& source, const fs::path& written, const TempDir& scratch) {
+  // Pixels: decoded the same, byte for byte.
+  const std::string before = decoded(source, scratch / "before");
+  EXPECT_NE(before, "");
+  EXPECT_TRUE(decoded(written, scratch / "after") == before);
+  // Every tag the original had, untouched unless the write names it.
+  const auto original = exiftoolLines(source);
+  const auto now = exiftoolLines(written);
+  for (const std::string& line : original) {
+    EXPECT_TRUE(now.contains(line)) << "lost: " << line;
+  }
+  const auto tags = exiftoolTags(written);
+  EXPECT_EQ(tags.at("[ExifIFD]DateTimeOriginal"), "2021:03:04 10:05:00");
+  EXPECT_EQ(tags.at("[ExifIFD]CreateDate"), "2021:03:04 10:05:00");
+  EXPECT_EQ(tags.at("[ExifIFD]OffsetTimeOriginal"), "+02:00");
+  EXPECT_EQ(tags.at("[XMP-photoshop]DateCreated"), "2021:03:04 10:05:00+02:00");
+  EXPECT_EQ(tags.at("[GPS]GPSLatitudeRef"), "S");
+  EXPECT_NEAR(std::stod(tags.at("[GPS]GPSLatitude")), 33.86, 1e-7);
+  EXPECT_EQ(tags.at("[GPS]GPSLongitudeRef"), "W");
+  EXPECT_NEAR(std::stod(tags.at("[GPS]GPSLongitude")), 70.6, 1e-7);
+  EXPECT_EQ(tags.at("[GPS]GPSAltitude"), "512.5");
+  EXPECT_EQ(tags.at("[IFD0]ImageDescription"), "Birthday at the beach");
+  EXPECT_EQ(tags.at("[XMP-dc]Description"), "Birthday at the beach");
+  EXPECT_TRUE(tags.at("[XMP-dc]Subject").ends_with("Summer 2021, Family"))
+      << tags.at("[XMP-dc]Subject");
+  // The same images, now with both metadata items.
+  const auto [imagesBefore, metadataBefore] = heifInfo(source);
+  const auto [imagesAfter, metadataAfter] = heifInfo(written);
+  EXPECT_EQ(imagesAfter, imagesBefore);
+  EXPECT_NE(metadataAfter.find("Exif:"), std::string::npos) << metadataAfter;
+  EXPECT_NE(metadataAfter.find("XMP:"), std::string::npos) << metadataAfter;
+  // Our own reader, as the repair's verification reads it.
+  const auto read = EmbeddedMetadataReader::readPhoto(written);
+  ASSERT_TRUE(read && read->captureDate);
+  EXPECT_EQ(*read->captureDate,
+            (EmbeddedMetadata::CaptureDate::local("2021:03:04 10:05:00", 7200)));
+  ASSERT_TRUE(read->location);
+  EXPECT_NEAR(read->location->latitude, -33.86, 1e-7);
+  EXPECT_EQ(read->caption, "Birthday at the beach");
+}
+
+// Samples this rewriter leaves to the sidecar, and why.
+const std::map<std::string, std::string> kRefusedSamples = {
+    {"QuickTime.heic", "its 'iinf' box has version 2, which HEIF does not define"},
+};
+
+// One test a sample, so that each decodes in its own time.
+class HeifSampleTest : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(HeifSampleTest, WritesLosslesslyTwiceAlikeAndLeavesTheSamplesAlone) {
+  const fs::path sample = kSamples / GetParam();
+  if (!fs::exists(sample)) GTEST_SKIP() << "no sample at " << sample;
+  const auto snapshot = testing::snapshotTree(kSamples);
+  TempDir scratch;
+  fs::create_directories(scratch / "before");
+  fs::create_directories(scratch / "after");
+  const fs::path once = scratch / "once.heic";
+  const bool refused = kRefusedSamples.contains(GetParam());
+  ASSERT_TRUE(HeifMetadataRewriter::isHeif(sample));
+  EXPECT_EQ(writeFields(sample, once), !refused);
+  if (refused || !fs::exists(once)) {
+    EXPECT_EQ(std::distance(fs::directory_iterator(scratch.path()), {}), 2);  // the two folders
+  } else {
+    expectWritten(sample, once, scratch);
+    // Writing the written file again, with what the merge makes of it, changes nothing.
+    const fs::path twice = scratch / "twice.heic";
+    EXPECT_TRUE(writeFields(once, twice));
+    EXPECT_TRUE(fileBytes(twice) == fileBytes(once));
+  }
+  EXPECT_EQ(testing::snapshotTree(kSamples), snapshot);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Samples, HeifSampleTest,
+    ::testing::Values("Canon.HIF", "HMD_Nokia_8.3_5G_hdr.heif", "IMG_2927.HEIC", "Irvine_CA.avif",
+                      "Issue_487.heic", "Issue_649.avif", "QuickTime.heic", "Sony.HIF",
+                      "alpha_1440x960.heic", "bird_burst.heic", "exif-at-eof.heic",
+                      "grid_960x640.heic", "heic-iphone7.heic", "iphone_13_pro_max.HEIC",
+                      "issue_9292_sony_6_right_top.HIF", "random_collection_1440x960.heic",
+                      "stereo_1200x800.heic"),
+    [](const ::testing::TestParamInfo<const char*>& info) {
+      std::string name = info.param;
+      for (char& c : name) {
+        if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+      }
+      return name;
+    });
+
+}  // namespace
+}  // namespace quillmere
