@@ -1,0 +1,38 @@
+#ifndef QUILLMERE_CORE_REPAIR_REPAIR_RESULT_H_
+#define QUILLMERE_CORE_REPAIR_REPAIR_RESULT_H_
+
+#include <filesystem>
+#include <memory>
+#include <vector>
+
+#include "core/repair/repair_row.h"
+#include "core/repair/repair_summary.h"
+
+namespace quillmere {
+
+// Everything one repair run produced. Filled by the engine on its own thread, then only read
+// (from any thread); callers share it through std::shared_ptr.
+class RepairResult {
+ public:
+  // An empty result for the run folder `outputFolder`; the report folder is its "Report".
+  explicit RepairResult(std::filesystem::path outputFolder)
+      : outputFolder_(std::move(outputFolder)), reportFolder_(outputFolder_ / "Report") {}
+  RepairResult(const RepairResult&) = delete;
+  RepairResult& operator=(const RepairResult&) = delete;
+
+  const std::filesystem::path& outputFolder() const { return outputFolder_; }
+  const std::filesystem::path& reportFolder() const { return reportFolder_; }
+
+  std::vector<RepairRow> rows;  // in the order the engine made them
+  RepairSummary summary;        // set once at the end of the run
+
+ private:
+  std::filesystem::path outputFolder_;
+  std::filesystem::path reportFolder_;
+};
+
+using RepairResultPtr = std::shared_ptr<RepairResult>;
+
+}  // namespace quillmere
+
+#endif  // QUILLMERE_CORE_REPAIR_REPAIR_RESULT_H_
