@@ -1,12 +1,8 @@
 #include "core/metadata/heif_metadata_rewriter.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <system_error>
 
+#include "core/metadata/atomic_file.h"
 #include "core/metadata/heif_container.h"
 #include "core/metadata/heif_rewrite_plan.h"
 #include "core/metadata/iso_box.h"
@@ -16,7 +12,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kCopyChunk = 4 << 20;
+// Files are rewritten in memory; beyond this a photo keeps its sidecar.
+constexpr std::uint64_t kLargestFile = std::uint64_t{1} << 30;
 
 // The Exif item as phones write it: the offset of the TIFF header after this field (6), then
 // "Exif\0\0", then the TIFF bytes.
@@ -38,64 +35,26 @@ std::optional<Bytes> xmpItem(const std::optional<std::string>& packet) {
   return Bytes(packet->begin(), packet->end());
 }
 
-bool writeAll(int descriptor, std::span<const std::uint8_t> bytes) {
-  while (!bytes.empty()) {
-    const ssize_t n = ::write(descriptor, bytes.data(), bytes.size());
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    bytes = bytes.subspan(static_cast<std::size_t>(n));
+// The new file's bytes: the pieces of the plan, in order.
+Bytes assemble(const RandomAccessBytes& source, const std::vector<HeifRewritePlan::Piece>& pieces) {
+  std::uint64_t size = 0;
+  for (const HeifRewritePlan::Piece& piece : pieces) {
+    size += piece.literal.empty() ? piece.length : piece.literal.size();
   }
-  return true;
-}
-
-bool writePieces(int descriptor, const RandomAccessBytes& source,
-                 const std::vector<HeifRewritePlan::Piece>& pieces) {
+  Bytes out;
+  out.reserve(static_cast<std::size_t>(size));
   for (const HeifRewritePlan::Piece& piece : pieces) {
     if (!piece.literal.empty()) {
-      if (!writeAll(descriptor, piece.literal)) return false;
-      continue;
-    }
-    for (std::uint64_t done = 0; done < piece.length;) {
-      const std::size_t count =
-          static_cast<std::size_t>(std::min<std::uint64_t>(kCopyChunk, piece.length - done));
-      const std::optional<Bytes> part = source.read(piece.offset + done, count);
-      if (!part || !writeAll(descriptor, *part)) return false;
-      done += count;
+      out.insert(out.end(), piece.literal.begin(), piece.literal.end());
+    } else if (const std::optional<Bytes> part =
+                   source.read(piece.offset, static_cast<std::size_t>(piece.length))) {
+      out.insert(out.end(), part->begin(), part->end());
+    } else {
+      return {};  // the source shrank or failed under us
     }
   }
-  return true;
+  return out;
 }
-
-// A new file in `destination`'s folder, removed again unless `keep` is called.
-class TemporaryFile {
- public:
-  explicit TemporaryFile(const fs::path& destination) {
-    std::string pattern =
-        (destination.parent_path() / ("." + destination.filename().string() + ".XXXXXX")).string();
-    descriptor_ = ::mkstemp(pattern.data());
-    if (descriptor_ >= 0) path_ = pattern;
-  }
-  ~TemporaryFile() {
-    if (descriptor_ >= 0) ::close(descriptor_);
-    if (!path_.empty()) ::unlink(path_.c_str());
-  }
-  TemporaryFile(const TemporaryFile&) = delete;
-  TemporaryFile& operator=(const TemporaryFile&) = delete;
-
-  int descriptor() const { return descriptor_; }
-  // Closes the file and renames it to `destination`; true when both worked.
-  bool keep(const fs::path& destination) {
-    const int descriptor = descriptor_;
-    descriptor_ = -1;
-    if (::close(descriptor) != 0 || ::rename(path_.c_str(), destination.c_str()) != 0) return false;
-    path_.clear();
-    return true;
-  }
-
- private:
-  int descriptor_ = -1;
-  std::string path_;
-};
 
 bool sameFile(const fs::path& a, const fs::path& b) {
   std::error_code error;
@@ -111,28 +70,28 @@ bool isHeif(const fs::path& file) {
   return head && HeifContainer::isHeif(*head);
 }
 
-std::optional<Existing> readExisting(const RandomAccessBytes& source) {
+std::optional<Items> readItems(const RandomAccessBytes& source) {
   const std::optional<HeifRewritePlan::Source> opened = HeifRewritePlan::open(source);
   if (!opened) return std::nullopt;
   const HeifRewritePlan::Selection selection = HeifRewritePlan::select(opened->meta);
-  Existing existing;
+  Items items;
   if (selection.exif) {
     if (const auto item = HeifRewritePlan::itemBytes(source, *opened, *selection.exif)) {
-      existing.exifTiff = tiffOfExifItem(*item);
+      items.exifTiff = tiffOfExifItem(*item);
     }
   }
   if (selection.xmp) {
     if (const auto item = HeifRewritePlan::itemBytes(source, *opened, *selection.xmp)) {
-      existing.xmp = std::string(item->begin(), item->end());
+      items.xmp = std::string(item->begin(), item->end());
     }
   }
-  return existing;
+  return items;
 }
 
-std::optional<Existing> readExisting(const fs::path& file) {
+std::optional<Items> readItems(const fs::path& file) {
   const std::unique_ptr<RandomAccessBytes> bytes = RandomAccessBytes::inFile(file);
   if (!bytes) return std::nullopt;
-  return readExisting(*bytes);
+  return readItems(*bytes);
 }
 
 std::optional<Bytes> rewriteBytes(std::span<const std::uint8_t> source,
@@ -142,17 +101,7 @@ std::optional<Bytes> rewriteBytes(std::span<const std::uint8_t> source,
   const auto pieces = HeifRewritePlan::plan(
       *bytes, exifTiff ? std::optional(exifItem(*exifTiff)) : std::nullopt, xmpItem(xmpPacket));
   if (!pieces) return std::nullopt;
-  Bytes out;
-  for (const HeifRewritePlan::Piece& piece : *pieces) {
-    if (!piece.literal.empty()) {
-      out.insert(out.end(), piece.literal.begin(), piece.literal.end());
-    } else {
-      const auto part = source.subspan(static_cast<std::size_t>(piece.offset),
-                                       static_cast<std::size_t>(piece.length));
-      out.insert(out.end(), part.begin(), part.end());
-    }
-  }
-  return out;
+  return assemble(*bytes, *pieces);
 }
 
 bool rewrite(const fs::path& source, const fs::path& destination,
@@ -160,21 +109,16 @@ bool rewrite(const fs::path& source, const fs::path& destination,
   try {
     if (sameFile(source, destination)) return false;
     const std::unique_ptr<RandomAccessBytes> bytes = RandomAccessBytes::inFile(source);
-    if (!bytes) return false;
+    if (!bytes || bytes->size() > kLargestFile) return false;
     const auto pieces = HeifRewritePlan::plan(
         *bytes, exifTiff ? std::optional(exifItem(*exifTiff)) : std::nullopt, xmpItem(xmpPacket));
     if (!pieces) return false;
-    TemporaryFile temporary(destination);
-    if (temporary.descriptor() < 0) return false;
-    struct stat status;
-    // A copy its owner may change, readable by whoever could read the original.
-    if (::stat(source.c_str(), &status) != 0 ||
-        ::fchmod(temporary.descriptor(), (status.st_mode & 0777) | S_IWUSR) != 0) {
-      return false;
-    }
-    return writePieces(temporary.descriptor(), *bytes, *pieces) && temporary.keep(destination);
+    const Bytes written = assemble(*bytes, *pieces);
+    if (written.empty()) return false;
+    AtomicFile::write(destination, written, /*exclusive=*/false);
+    return true;
   } catch (const std::exception&) {
-    return false;  // out of memory, or a path the file system rejects
+    return false;  // the file system's refusal, or out of memory
   }
 }
 

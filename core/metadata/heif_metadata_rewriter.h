@@ -24,29 +24,30 @@ namespace HeifMetadataRewriter {
 // heix, heim, heis, hevc, hevx, mif1, mif2, msf1, avif, avis), whatever its extension.
 bool isHeif(const std::filesystem::path& file);
 
-// What the primary image's metadata items hold now: the Exif item's TIFF bytes (after its
+// The contents of the primary image's metadata items: the Exif item's TIFF bytes (after its
 // 4-byte header-offset prefix) and the XMP packet. The items are those `rewrite` replaces: the
 // first Exif (or "application/rdf+xml") item describing the primary image, else the first one
 // describing nothing.
-struct Existing {
+struct Items {
   std::optional<Bytes> exifTiff;
   std::optional<std::string> xmp;
 
-  bool operator==(const Existing&) const = default;
+  bool operator==(const Items&) const = default;
 };
 
 // Absent when the file can't be read or its 'meta' box is one `rewrite` refuses.
-std::optional<Existing> readExisting(const std::filesystem::path& file);
-std::optional<Existing> readExisting(const RandomAccessBytes& source);
+std::optional<Items> readItems(const std::filesystem::path& file);
+std::optional<Items> readItems(const RandomAccessBytes& source);
 
 // Writes a new file at `destination` holding `source` with its Exif item set to `exifTiff`
 // (TIFF bytes from the byte-order mark on; stored after "Exif\0\0") and its XMP item set to
 // `xmpPacket`; an item that isn't there is added and linked to the primary image ('cdsc'). An
 // absent argument leaves that item as it is; at least one must be given, and neither may be
-// empty or larger than 16 MiB. The file is written under a temporary name in `destination`'s
-// folder and renamed into place, replacing whatever is there. Returns false, leaving nothing
-// behind, when the file is refused or anything fails; `source` is never changed (a
-// `destination` naming the same file is refused). Never throws.
+// empty or larger than 16 MiB, and files beyond 1 GiB are refused (they are rewritten in memory).
+// The file is written under a temporary name in `destination`'s folder and renamed into place,
+// replacing whatever is there. Returns false, leaving nothing behind, when the file is refused or
+// anything fails; `source` is never changed (a `destination` naming the same file is refused).
+// Never throws.
 bool rewrite(const std::filesystem::path& source, const std::filesystem::path& destination,
              const std::optional<Bytes>& exifTiff, const std::optional<std::string>& xmpPacket);
 

@@ -34,7 +34,7 @@ struct Source {
 // HeifMetaBox accepts, boxes that tile the file, and every item within the file.
 std::optional<Source> open(const RandomAccessBytes& bytes);
 
-// The Exif and XMP items describing the primary image (see HeifMetadataRewriter::Existing).
+// The Exif and XMP items describing the primary image (see HeifMetadataRewriter::Items).
 struct Selection {
   std::optional<std::uint32_t> exif;
   std::optional<std::uint32_t> xmp;

@@ -87,7 +87,8 @@ bool copyRange(int source, std::uint64_t from, int target, std::uint64_t to, std
   if (count == 0) return true;
   Bytes buffer(kCopyBufferSize);
   while (count > 0) {
-    const std::size_t chunk = static_cast<std::size_t>(std::min<std::uint64_t>(count, buffer.size()));
+    const std::size_t chunk =
+        static_cast<std::size_t>(std::min<std::uint64_t>(count, buffer.size()));
     if (!readFully(source, from, buffer.data(), chunk) ||
         !writeFully(target, to, buffer.data(), chunk)) {
       return false;

@@ -8,7 +8,8 @@
 #include <sstream>
 
 #include "core/metadata/embedded_metadata_reader.h"
-#include "core/metadata/heif_metadata_merge.h"
+#include "core/metadata/exiv2_metadata_writer.h"
+#include "core/metadata/metadata_writer.h"
 #include "tests/support/media_fixtures.h"
 #include "tests/support/run_command.h"
 #include "tests/support/temp_dir.h"
@@ -32,8 +33,8 @@ fs::path samplesFolder() {
 const fs::path kSamples = samplesFolder();
 
 // 2021-03-04 10:05:00 at +02:00, south and west, with a caption and two keywords.
-HeifMetadataMerge::Fields repairFields() {
-  HeifMetadataMerge::Fields fields;
+MetadataPatch repairPatch() {
+  MetadataPatch fields;
   fields.dateUTC = 1614845100;
   fields.offsetSeconds = 7200;
   fields.location = GeoPoint{-33.86, -70.6, 512.5};
@@ -49,10 +50,11 @@ Bytes fileBytes(const fs::path& file) {
 
 // The repair's write: merge into what the file has, then rewrite.
 bool writeFields(const fs::path& source, const fs::path& destination,
-                 const HeifMetadataMerge::Fields& fields = repairFields()) {
-  const auto existing = HeifMetadataRewriter::readExisting(source);
-  if (!existing) return false;
-  const auto merged = HeifMetadataMerge::merge(*existing, fields);
+                 const MetadataPatch& patch = repairPatch()) {
+  const auto items = HeifMetadataRewriter::readItems(source);
+  if (!items) return false;
+  const auto merged =
+      Exiv2MetadataWriter::rewriteBlocks(*items, MetadataWriter::buildMetadata(patch, {}));
   if (!merged) return false;
   return HeifMetadataRewriter::rewrite(source, destination, merged->exifTiff, merged->xmp);
 }
