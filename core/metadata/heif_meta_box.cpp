@@ -30,7 +30,8 @@ bool parseInfos(std::span<const std::uint8_t> payload, HeifMetaBox& meta) {
   if (!boxes || boxes->size() != count) return false;
   std::set<std::uint32_t> seen;
   for (const IsoBox::Box& box : *boxes) {
-    if (box.type != fourCC("infe")) return false;
+    // Kept as they are while entries are added after them: "to the end" would swallow those.
+    if (box.type != fourCC("infe") || box.toEnd) return false;
     Cursor entry(box.payload);
     const std::uint8_t version = entry.u8();
     entry.skip(3);
@@ -181,10 +182,7 @@ std::optional<HeifMetaBox> HeifMetaBox::parse(std::span<const std::uint8_t> payl
   std::optional<std::uint32_t> primary;
   std::set<std::uint32_t> once;
   for (const IsoBox::Box& box : *boxes) {
-    if (box.whole.size() >= 4 && box.whole[0] == 0 && box.whole[1] == 0 && box.whole[2] == 0 &&
-        box.whole[3] == 0) {
-      return std::nullopt;  // "to the end" inside meta: written back, it would change meaning
-    }
+    if (box.toEnd) return std::nullopt;  // written back, "to the end" could change meaning
     const bool single = box.type == kInfos || box.type == kLocations || box.type == kReferences ||
                         box.type == fourCC("pitm") || box.type == fourCC("hdlr") ||
                         box.type == fourCC("idat");

@@ -285,7 +285,10 @@ bool placeItems(HeifMetaBox& meta, const std::vector<Moved>& moved, const Layout
       const std::uint64_t start = location.baseOffset + extent.offset;
       (start >= layout.region.end ? after : before) = true;
       // Data now followed by more data must say where it ends.
-      if (layout.append && extent.length == 0) extent.length = layout.total - start;
+      if (layout.append && extent.length == 0) {
+        if (start == layout.total) return false;  // empty, and 0 can't say so any more
+        extent.length = layout.total - start;
+      }
       if (layout.shift != 0 && location.baseOffset == 0 && start >= layout.region.end) {
         extent.offset += static_cast<std::uint64_t>(layout.shift);
       }

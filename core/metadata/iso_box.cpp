@@ -46,11 +46,12 @@ std::optional<Box> nextBox(Cursor& cursor, std::span<const std::uint8_t> bytes) 
   std::uint64_t size = cursor.u32();
   const std::uint32_t type = cursor.u32();
   if (size == 1) size = cursor.uint(8);
-  if (size == 0) size = bytes.size() - start;  // to the end of the parent
+  const bool toEnd = size == 0;
+  if (toEnd) size = bytes.size() - start;
   const std::size_t header = cursor.position() - start;
   if (!cursor.ok() || size < header || size - header > cursor.remaining()) return std::nullopt;
   const auto payload = cursor.take(static_cast<std::size_t>(size - header));
-  return Box{type, payload, bytes.subspan(start, static_cast<std::size_t>(size))};
+  return Box{type, payload, bytes.subspan(start, static_cast<std::size_t>(size)), toEnd};
 }
 
 }  // namespace

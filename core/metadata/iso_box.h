@@ -53,6 +53,7 @@ struct Box {
   std::uint32_t type = 0;
   std::span<const std::uint8_t> payload;  // after the header
   std::span<const std::uint8_t> whole;    // header and payload
+  bool toEnd = false;                     // its size said "to the end of the parent"
 };
 
 // The boxes laid end to end in `bytes`; stops at the first malformed header.

@@ -223,5 +223,156 @@ INSTANTIATE_TEST_SUITE_P(
       return name;
     });
 
+// Files made here with libheif's encoder (and one tagged by exiftool first): a plain HEIC, one
+// with a thumbnail, one with alpha, two images in one file, and an AVIF.
+TEST(HeifMetadataRewriterTest, WritesFilesMadeByHeifEnc) {
+  TempDir scratch;
+  const fs::path plain = scratch / "plain.png";
+  const fs::path alpha = scratch / "alpha.png";
+  ASSERT_EQ(runCommand({"convert", "-size", "64x48", "gradient:red-blue", plain.string()}).exitCode,
+            0);
+  ASSERT_EQ(runCommand({"convert", "-size", "40x40", "gradient:green-yellow", "-alpha", "set",
+                        "-channel", "A", "-evaluate", "set", "50%", alpha.string()})
+                .exitCode,
+            0);
+  const struct {
+    const char* name;
+    std::vector<std::string> arguments;
+  } cases[] = {
+      {"plain.heic", {plain.string()}},       {"thumbnail.heic", {"-t", "16", plain.string()}},
+      {"alpha.heic", {alpha.string()}},       {"two.heic", {plain.string(), alpha.string()}},
+      {"plain.avif", {"-A", plain.string()}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    TempDir work;
+    fs::create_directories(work / "before");
+    fs::create_directories(work / "after");
+    const fs::path made = work / c.name;
+    std::vector<std::string> command = {"heif-enc", "-q", "50", "-o", made.string()};
+    command.insert(command.end(), c.arguments.begin(), c.arguments.end());
+    ASSERT_EQ(runCommand(command).exitCode, 0);
+    const Bytes original = fileBytes(made);
+    const fs::path written = work / "written.heic";
+    ASSERT_TRUE(writeFields(made, written));
+    expectWritten(made, written, work);
+    EXPECT_TRUE(fileBytes(made) == original);
+  }
+}
+
+// Keywords: the file's own first, then the added ones not among them, compared exactly; every
+// other tag exiftool wrote stays.
+TEST(HeifMetadataRewriterTest, MergesIntoWhatExiftoolWrote) {
+  TempDir scratch;
+  const fs::path made = scratch / "tagged.heic";
+  testing::makePhoto(made, testing::PhotoFormat::heic, 64, 48);
+  testing::writeTags(
+      {made,
+       {"-XMP-dc:Subject=A", "-XMP-dc:Subject=B", "-Make=Quillmere", "-Orientation#=6",
+        "-LensModel=Test lens", "-Exif:DateTimeOriginal=2019:01:01 00:00:00"}});
+  MetadataPatch patch;
+  patch.addKeywords = {"B", "C", "b"};
+  patch.caption = "Caption only";
+  const fs::path written = scratch / "written.heic";
+  ASSERT_TRUE(writeFields(made, written, patch));
+  const auto tags = exiftoolTags(written);
+  EXPECT_EQ(tags.at("[XMP-dc]Subject"), "A, B, C, b");
+  EXPECT_EQ(tags.at("[IFD0]ImageDescription"), "Caption only");
+  EXPECT_EQ(tags.at("[IFD0]Make"), "Quillmere");
+  EXPECT_EQ(tags.at("[IFD0]Orientation"), "6");
+  EXPECT_EQ(tags.at("[ExifIFD]LensModel"), "Test lens");
+  EXPECT_EQ(tags.at("[ExifIFD]DateTimeOriginal"), "2019:01:01 00:00:00");  // no date patched
+  EXPECT_FALSE(tags.contains("[GPS]GPSLatitude"));
+  // Only the Exif item changes when only Exif fields are written: the packet stays as it was.
+  MetadataPatch place;
+  place.location = GeoPoint{48.8577, 2.2945, 0};
+  const fs::path placed = scratch / "placed.heic";
+  ASSERT_TRUE(writeFields(written, placed, place));
+  EXPECT_EQ(HeifMetadataRewriter::readItems(placed)->xmp,
+            HeifMetadataRewriter::readItems(written)->xmp);
+  const auto placedTags = exiftoolTags(placed);
+  EXPECT_EQ(placedTags.at("[GPS]GPSLatitudeRef"), "N");
+  EXPECT_FALSE(placedTags.contains("[GPS]GPSAltitude"));  // an altitude of 0 is not written
+}
+
+// Offsets of a byte pattern in a file, for damaging one field of a real file.
+std::size_t find(const Bytes& bytes, const std::string& pattern) {
+  const auto at = std::search(bytes.begin(), bytes.end(), pattern.begin(), pattern.end());
+  return static_cast<std::size_t>(at - bytes.begin());
+}
+
+void writeBytes(const fs::path& file, const Bytes& bytes) {
+  std::ofstream(file, std::ios::binary)
+      .write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
+}
+
+// What the rewriter does not fully understand is refused, with nothing left behind.
+TEST(HeifMetadataRewriterTest, RefusesWhatItDoesNotUnderstandAndLeavesNothing) {
+  TempDir scratch;
+  const fs::path made = scratch / "made.heic";
+  testing::makePhoto(made, testing::PhotoFormat::heic, 32, 32);
+  const Bytes good = fileBytes(made);
+  const std::size_t iloc = find(good, "iloc");
+  const std::size_t infe = find(good, "infe");
+  ASSERT_LT(iloc + 16, good.size());
+  ASSERT_LT(infe + 16, good.size());
+  const auto damaged = [&](std::size_t at, std::uint8_t value) {
+    Bytes bytes = good;
+    bytes[at] = value;
+    return bytes;
+  };
+  const struct {
+    const char* name;
+    Bytes bytes;
+  } cases[] = {
+      {"iloc version 3", damaged(iloc + 4, 3)},
+      // heif-enc writes iloc version 1; its first entry's data reference follows the item
+      // number (2 bytes) and the construction method (2 bytes).
+      {"data in another file", damaged(iloc + 4 + 4 + 2 + 2 + 2 + 2 + 1, 1)},
+      {"protected item", damaged(infe + 4 + 4 + 2 + 1, 1)},
+      {"meta version 1", damaged(find(good, "meta") + 4, 1)},
+      {"cut short",
+       Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(good.size() - 3))},
+      {"not HEIF", damaged(find(good, "ftyp") + 4, 'X')},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    TempDir work;
+    const fs::path source = work / "source.heic";
+    writeBytes(source, c.bytes);
+    EXPECT_FALSE(writeFields(source, work / "out.heic"));
+    EXPECT_FALSE(HeifMetadataRewriter::rewrite(source, work / "out.heic", Bytes{'M', 'M', 0, 42},
+                                               std::nullopt));
+    EXPECT_EQ(std::distance(fs::directory_iterator(work.path()), {}), 1);  // the source alone
+    EXPECT_TRUE(fileBytes(source) == c.bytes);
+  }
+  // The same file as source and destination, and no items at all, are refused too.
+  EXPECT_FALSE(writeFields(made, made));
+  EXPECT_FALSE(
+      HeifMetadataRewriter::rewrite(made, scratch / "out.heic", std::nullopt, std::nullopt));
+  EXPECT_TRUE(fileBytes(made) == good);
+  EXPECT_FALSE(fs::exists(scratch / "out.heic"));
+}
+
+// The metadata writer puts HEIF photos' metadata inside them now, whatever their name.
+TEST(HeifMetadataRewriterTest, MetadataWriterEmbedsIntoHeicCopies) {
+  TempDir scratch;
+  const fs::path made = scratch / "made.heic";
+  testing::makePhoto(made, testing::PhotoFormat::heic, 48, 32);
+  const fs::path working = scratch / "working.bin";  // a lying name: the brands decide
+  fs::copy_file(made, working);
+  const fs::path destination = scratch / "IMG_0001.HEIC";
+  EXPECT_EQ(MetadataWriter::write(repairPatch(), MediaKind::photo, working, destination, {}),
+            WriteMethod::embedded);
+  EXPECT_FALSE(fs::exists(working));
+  EXPECT_FALSE(fs::exists(scratch / "IMG_0001.HEIC.xmp"));
+  const auto tags = exiftoolTags(destination);
+  EXPECT_EQ(tags.at("[ExifIFD]OffsetTimeOriginal"), "+02:00");
+  EXPECT_EQ(tags.at("[XMP-dc]Subject"), "Summer 2021, Family");
+  EXPECT_EQ(MetadataWriter::verify(repairPatch(), EmbeddedMetadataReader::readPhoto(destination)),
+            MetadataWriter::Verification{});
+}
+
 }  // namespace
 }  // namespace quillmere
