@@ -31,7 +31,9 @@ MetadataPatch samplePatch() {
 
 // What writing the patch may change, by exiftool's tag names: the written tags, their
 // counterparts in the other blocks, what exiftool derives from them, the XMP toolkit name of a
-// packet written anew, and the WebP flags that announce the Exif and XMP chunks.
+// packet written anew, and the WebP flags that announce the Exif and XMP chunks. In HEIF files
+// also the media data sizes (the metadata items get an 'mdat' of their own) and a packet's
+// "uuid:" rdf:about, which the XMP toolkit moves into xmpMM:InstanceID when it reads it.
 const std::set<std::string> kWrittenTags = {"DateTimeOriginal",
                                             "CreateDate",
                                             "OffsetTimeOriginal",
@@ -61,7 +63,11 @@ const std::set<std::string> kWrittenTags = {"DateTimeOriginal",
                                             "CurrentIPTCDigest",
                                             "IPTCDigest",
                                             "DateTimeDigitized",
-                                            "WebP_Flags"};
+                                            "WebP_Flags",
+                                            "MediaDataSize",
+                                            "AvgBitrate",
+                                            "About",
+                                            "InstanceID"};
 
 std::vector<fs::path> samplePhotos() {
   std::vector<fs::path> photos;
