@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "core/metadata/heif_meta_box.h"
@@ -44,6 +45,11 @@ Selection select(const HeifMetaBox& meta);
 // The bytes of an item, its extents joined; absent when it can't be had (or passes 16 MiB).
 std::optional<Bytes> itemBytes(const RandomAccessBytes& bytes, const Source& source,
                                std::uint32_t item);
+
+// Where an extent of `location` lies in data of `total` bytes: [first, second). Absent when it
+// lies (in part) outside.
+std::optional<std::pair<std::uint64_t, std::uint64_t>> extentSpan(
+    const HeifMetaBox::Location& location, const HeifMetaBox::Extent& extent, std::uint64_t total);
 
 struct Piece {
   std::uint64_t offset = 0;  // a run of the source: offset and length
