@@ -174,6 +174,38 @@ Bytes contentsOf(Exiv2::BasicIo& io) {
   return bytes;
 }
 
+// `exif` encoded over the block `tiff` it was read from (or anew, in `order`); absent when the
+// encoding drops a tag.
+std::optional<Bytes> encodeExif(const std::optional<Bytes>& tiff, Exiv2::ByteOrder order,
+                                const Exiv2::ExifData& exif) {
+  Exiv2::Blob blob;
+  Bytes encoded;
+  if (!tiff) {
+    Exiv2::ExifParser::encode(blob, order, exif);
+    encoded.assign(blob.begin(), blob.end());
+  } else {
+    // Without new tags Exiv2 patches the given bytes in place and leaves the blob empty.
+    encoded = *tiff;
+    const auto method = Exiv2::ExifParser::encode(
+        blob, encoded.data(), static_cast<std::uint32_t>(encoded.size()), order, exif);
+    if (method == Exiv2::wmIntrusive) encoded.assign(blob.begin(), blob.end());
+  }
+  Exiv2::ExifData check;
+  if (encoded.empty() || Exiv2::ExifParser::decode(check, encoded.data(),
+                                                   static_cast<std::uint32_t>(encoded.size())) ==
+                             Exiv2::invalidByteOrder) {
+    return std::nullopt;
+  }
+  std::multiset<std::string> expected;
+  std::multiset<std::string> found;
+  for (const Exiv2::Exifdatum& datum : exif) expected.insert(datum.key());
+  for (const Exiv2::Exifdatum& datum : check) found.insert(datum.key());
+  if (!std::includes(found.begin(), found.end(), expected.begin(), expected.end())) {
+    return std::nullopt;
+  }
+  return encoded;
+}
+
 }  // namespace
 
 std::optional<Bytes> rewrite(std::span<const std::uint8_t> photo, std::string_view fileName,
@@ -194,6 +226,36 @@ std::optional<Bytes> rewrite(std::span<const std::uint8_t> photo, std::string_vi
     if (image->imageType() == kJpegType) IptcDigest::refresh(written);
     if (written.empty() || !keepsEverything(expected, original, photo, written)) {
       return std::nullopt;
+    }
+    return written;
+  } catch (const std::exception&) {
+    return std::nullopt;
+  }
+}
+
+std::optional<HeifMetadataRewriter::Items> rewriteBlocks(const HeifMetadataRewriter::Items& items,
+                                                         const MetadataWriter::PhotoTags& tags) {
+  Exiv2Setup::prepare();
+  try {
+    HeifMetadataRewriter::Items written;
+    Exiv2::ExifData exif;
+    Exiv2::ByteOrder order = Exiv2::bigEndian;
+    if (items.exifTiff) {
+      order = Exiv2::ExifParser::decode(exif, items.exifTiff->data(),
+                                        static_cast<std::uint32_t>(items.exifTiff->size()));
+      if (order == Exiv2::invalidByteOrder) return std::nullopt;
+    }
+    Exiv2::XmpData xmp;
+    if (items.xmp && Exiv2::XmpParser::decode(xmp, *items.xmp) != 0) return std::nullopt;
+    const Exiv2TagWriter::BlockChanges changes = Exiv2TagWriter::applyWithoutIptc(tags, exif, xmp);
+    if (changes.exif) {
+      written.exifTiff = encodeExif(items.exifTiff, order, exif);
+      if (!written.exifTiff) return std::nullopt;
+    }
+    if (changes.xmp) {
+      std::string packet;
+      if (Exiv2::XmpParser::encode(packet, xmp) != 0 || packet.empty()) return std::nullopt;
+      written.xmp = std::move(packet);
     }
     return written;
   } catch (const std::exception&) {

@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 
+#include "core/metadata/heif_metadata_rewriter.h"
 #include "core/metadata/metadata_writer.h"
 #include "core/sources/byte_view.h"
 
@@ -27,6 +28,14 @@ namespace Exiv2MetadataWriter {
 // in the rewrite (Exiv2 drops what does not fit a JPEG's 64 KiB Exif segment).
 std::optional<Bytes> rewrite(std::span<const std::uint8_t> photo, std::string_view fileName,
                              const MetadataWriter::PhotoTags& tags);
+
+// The blocks of a HEIF photo's Exif and XMP items (`items`, either absent when the file has
+// none) with `tags` merged in as `rewrite` merges them into a format without IPTC: the caption
+// to ImageDescription and dc:description, the keywords to dc:subject after the file's own. A
+// block comes back only when it changed; the whole result is absent when a block can't be
+// parsed or would lose a tag. New Exif is big-endian; existing Exif keeps its byte order.
+std::optional<HeifMetadataRewriter::Items> rewriteBlocks(const HeifMetadataRewriter::Items& items,
+                                                         const MetadataWriter::PhotoTags& tags);
 
 // A complete XMP packet holding `tags` (photoshop:DateCreated and exif:DateTimeOriginal with
 // the offset, the GPS position, dc:description, dc:subject), for a sidecar file. Absent when

@@ -259,4 +259,19 @@ void fillSidecar(const MetadataWriter::PhotoTags& tags, Exiv2::XmpData& xmp) {
   if (tags.keywords) writeXmpKeywords(*tags.keywords, xmp);
 }
 
+BlockChanges applyWithoutIptc(const Tags& tags, Exiv2::ExifData& exif, Exiv2::XmpData& xmp) {
+  BlockChanges changes;
+  const bool position = tags.location && isUsablePosition(*tags.location);
+  if (tags.localDate || position || tags.caption) {
+    writeExifDate(tags, exif);
+    if (position) writeExifPosition(*tags.location, exif);
+    if (tags.caption) setAscii(exif, "Exif.Image.ImageDescription", *tags.caption);
+    changes.exif = true;
+  }
+  Tags xmpTags = tags;
+  if (!position) xmpTags.location.reset();
+  changes.xmp = writeXmp(xmpTags, xmp, /*holdsTexts=*/true);
+  return changes;
+}
+
 }  // namespace quillmere::Exiv2TagWriter

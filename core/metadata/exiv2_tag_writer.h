@@ -20,6 +20,16 @@ bool apply(const MetadataWriter::PhotoTags& tags, Exiv2::Image& image);
 // exif:DateTimeOriginal, the GPS position, dc:description and dc:subject.
 void fillSidecar(const MetadataWriter::PhotoTags& tags, Exiv2::XmpData& xmp);
 
+// Writes `tags` into the blocks of a format that has no IPTC (HEIF): dates, position and caption
+// into `exif` (only when one of them is given), and everything, caption and keywords included,
+// into `xmp`. Says which block it changed.
+struct BlockChanges {
+  bool exif = false;
+  bool xmp = false;
+};
+BlockChanges applyWithoutIptc(const MetadataWriter::PhotoTags& tags, Exiv2::ExifData& exif,
+                              Exiv2::XmpData& xmp);
+
 }  // namespace quillmere::Exiv2TagWriter
 
 #endif  // QUILLMERE_CORE_METADATA_EXIV2_TAG_WRITER_H_

@@ -5,10 +5,15 @@
 #include <string>
 #include <vector>
 
-#include "core/metadata/iso_boxes.h"
+#include "core/metadata/iso_box.h"
 
 namespace quillmere::HeifContainer {
 namespace {
+
+using IsoBox::Box;
+using IsoBox::childBoxes;
+using IsoBox::Cursor;
+using IsoBox::fourCC;
 
 constexpr std::uint64_t kMaxMetaBox = 16 << 20;
 constexpr std::uint64_t kMaxItem = 16 << 20;
@@ -16,11 +21,6 @@ constexpr int kMaxTopLevelBoxes = 64;
 // Extents a file may make us walk, whatever its counts claim: far above any real image (a grid
 // of tiles has a few hundred), far below what costs noticeable time.
 constexpr std::uint64_t kMaxExtentsPerFile = 1 << 16;
-
-using IsoBoxes::Box;
-using IsoBoxes::childBoxes;
-using IsoBoxes::Cursor;
-using IsoBoxes::fourCC;
 
 struct Extent {
   std::uint64_t offset = 0;
@@ -285,7 +285,7 @@ bool isHeif(std::span<const std::uint8_t> head) {
 std::optional<Contents> read(const RandomAccessBytes& bytes) {
   // Only 'meta' matters; a box cut off by the end of a prefix before it means it is not here.
   const std::optional<Bytes> payload =
-      IsoBoxes::topLevelPayload(bytes, fourCC("meta"), kMaxMetaBox, kMaxTopLevelBoxes);
+      IsoBox::topLevelPayload(bytes, fourCC("meta"), kMaxMetaBox, kMaxTopLevelBoxes);
   if (!payload) return std::nullopt;
   const Meta meta = readMeta(*payload);
   if (!meta.pictureHandler) return std::nullopt;

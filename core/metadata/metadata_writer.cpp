@@ -8,9 +8,10 @@
 #include "core/dates/date_planner.h"
 #include "core/dates/exif_date.h"
 #include "core/dates/iso_date.h"
-#include "core/sources/file_io.h"
 #include "core/metadata/exiv2_metadata_writer.h"
+#include "core/metadata/heif_metadata_rewriter.h"
 #include "core/sources/byte_view.h"
+#include "core/sources/file_io.h"
 
 namespace quillmere::MetadataWriter {
 namespace {
@@ -35,6 +36,21 @@ std::optional<Bytes> readWhole(const fs::path& file) {
   return bytes;
 }
 
+// HEIC, HEIF and AVIF: the Exif and XMP items are replaced, every other byte kept. Throws only
+// when the file system fails to move an unchanged copy.
+bool embedHeif(const PhotoTags& tags, const fs::path& source, const fs::path& destination) {
+  const std::optional<HeifMetadataRewriter::Items> items = HeifMetadataRewriter::readItems(source);
+  if (!items) return false;
+  const std::optional<HeifMetadataRewriter::Items> blocks =
+      Exiv2MetadataWriter::rewriteBlocks(*items, tags);
+  if (!blocks) return false;
+  if (!blocks->exifTiff && !blocks->xmp) {
+    FileIO::moveFile(source, destination);  // nothing the file can hold (a position off the globe)
+    return true;
+  }
+  return HeifMetadataRewriter::rewrite(source, destination, blocks->exifTiff, blocks->xmp);
+}
+
 // Writes the photo's copy with the tags inside; false, with `source` untouched and nothing new
 // at `destination`, when the format or the file system does not allow it.
 bool embedPhoto(const PhotoTags& tags, const fs::path& source, const fs::path& destination) {
@@ -44,6 +60,7 @@ bool embedPhoto(const PhotoTags& tags, const fs::path& source, const fs::path& d
       FileIO::moveFile(source, destination);
       return true;
     }
+    if (HeifMetadataRewriter::isHeif(source)) return embedHeif(tags, source, destination);
     const std::optional<Bytes> photo = readWhole(source);
     if (!photo) return false;
     const std::optional<Bytes> written =

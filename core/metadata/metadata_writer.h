@@ -45,9 +45,10 @@ PhotoTags buildMetadata(const MetadataPatch& patch,
 
 // Produces `destination` from the working file `source`, which is consumed (moved or deleted).
 // An empty patch moves the file and returns unchanged. Otherwise photos are rewritten where the
-// format allows a lossless rewrite (JPEG, PNG, TIFF, WebP, DNG: the metadata blocks are replaced,
-// the image data copied byte for byte), movies through writeVideo; anything else (HEIC, AVIF,
-// CR3, JXL, GIF, BMP, camera raws other than DNG), or any refusal or failure of the rewrite,
+// format allows a lossless rewrite (JPEG, PNG, TIFF, WebP, DNG, and HEIC, HEIF and AVIF by their
+// 'ftyp' brands: the metadata blocks or items are replaced, the image data copied byte for byte),
+// movies through writeVideo; anything else (CR3, JXL, GIF, BMP, camera raws other than DNG), or
+// any refusal or failure of the rewrite,
 // falls back to moving the file unchanged and writing "<destination>.xmp". A rewrite goes to a
 // temporary file beside `destination` that is renamed into place only when complete, so
 // `destination` is never half-written and `source` stays untouched until the copy exists.

@@ -1,37 +1,37 @@
 #include "core/metadata/video_track_size.h"
 
-#include "core/metadata/iso_boxes.h"
+#include "core/metadata/iso_box.h"
 
 namespace quillmere::VideoTrackSize {
 namespace {
 
-using IsoBoxes::fourCC;
+using IsoBox::fourCC;
 
 constexpr std::uint64_t kMaxMovieBox = 64 << 20;
 constexpr int kMaxTopLevelBoxes = 1024;
 constexpr double kFixed16 = 65536.0;
 
-std::optional<IsoBoxes::Box> child(std::span<const std::uint8_t> payload, std::uint32_t type) {
-  for (const IsoBoxes::Box& box : IsoBoxes::childBoxes(payload)) {
+std::optional<IsoBox::Box> child(std::span<const std::uint8_t> payload, std::uint32_t type) {
+  for (const IsoBox::Box& box : IsoBox::childBoxes(payload)) {
     if (box.type == type) return box;
   }
   return std::nullopt;
 }
 
 bool isVideoTrack(std::span<const std::uint8_t> track) {
-  const std::optional<IsoBoxes::Box> media = child(track, fourCC("mdia"));
+  const std::optional<IsoBox::Box> media = child(track, fourCC("mdia"));
   if (!media) return false;
-  const std::optional<IsoBoxes::Box> handler = child(media->payload, fourCC("hdlr"));
+  const std::optional<IsoBox::Box> handler = child(media->payload, fourCC("hdlr"));
   if (!handler) return false;
-  IsoBoxes::Cursor cursor(handler->payload);
+  IsoBox::Cursor cursor(handler->payload);
   cursor.skip(8);  // version and flags, pre_defined
   return cursor.u32() == fourCC("vide") && cursor.ok();
 }
 
 std::optional<MovieProperties::Size> headerSize(std::span<const std::uint8_t> track) {
-  const std::optional<IsoBoxes::Box> header = child(track, fourCC("tkhd"));
+  const std::optional<IsoBox::Box> header = child(track, fourCC("tkhd"));
   if (!header) return std::nullopt;
-  IsoBoxes::Cursor cursor(header->payload);
+  IsoBox::Cursor cursor(header->payload);
   const std::uint8_t version = cursor.u8();
   cursor.skip(3);                       // flags
   cursor.skip(version == 1 ? 32 : 20);  // times, track ID, reserved, duration
@@ -46,9 +46,9 @@ std::optional<MovieProperties::Size> headerSize(std::span<const std::uint8_t> tr
 
 std::optional<MovieProperties::Size> read(const RandomAccessBytes& movie) {
   const std::optional<Bytes> moov =
-      IsoBoxes::topLevelPayload(movie, fourCC("moov"), kMaxMovieBox, kMaxTopLevelBoxes);
+      IsoBox::topLevelPayload(movie, fourCC("moov"), kMaxMovieBox, kMaxTopLevelBoxes);
   if (!moov) return std::nullopt;
-  for (const IsoBoxes::Box& box : IsoBoxes::childBoxes(*moov)) {
+  for (const IsoBox::Box& box : IsoBox::childBoxes(*moov)) {
     if (box.type == fourCC("trak") && isVideoTrack(box.payload)) return headerSize(box.payload);
   }
   return std::nullopt;

@@ -87,36 +87,18 @@ std::vector<std::string> changedTags(const nlohmann::json& before, const nlohman
 }
 
 const std::set<std::string>& writtenTagNames() {
-  static const std::set<std::string> names = {"DateTimeOriginal",
-                                              "CreateDate",
-                                              "DateTimeDigitized",
-                                              "OffsetTimeOriginal",
-                                              "OffsetTimeDigitized",
-                                              "DateCreated",
-                                              "TimeCreated",
-                                              "DateTimeCreated",
-                                              "SubSecDateTimeOriginal",
-                                              "SubSecCreateDate",
-                                              "GPSVersionID",
-                                              "GPSLatitude",
-                                              "GPSLatitudeRef",
-                                              "GPSLongitude",
-                                              "GPSLongitudeRef",
-                                              "GPSAltitude",
-                                              "GPSAltitudeRef",
-                                              "GPSPosition",
-                                              "ImageDescription",
-                                              "Caption-Abstract",
-                                              "Description",
-                                              "Keywords",
-                                              "Subject",
-                                              "CodedCharacterSet",
-                                              "XMPToolkit",
-                                              "ApplicationRecordVersion",
-                                              "EnvelopeRecordVersion",
-                                              "CurrentIPTCDigest",
-                                              "IPTCDigest",
-                                              "WebP_Flags"};
+  static const std::set<std::string> names = {
+      "DateTimeOriginal", "CreateDate", "DateTimeDigitized", "OffsetTimeOriginal",
+      "OffsetTimeDigitized", "DateCreated", "TimeCreated", "DateTimeCreated",
+      "SubSecDateTimeOriginal", "SubSecCreateDate", "GPSVersionID", "GPSLatitude", "GPSLatitudeRef",
+      "GPSLongitude", "GPSLongitudeRef", "GPSAltitude", "GPSAltitudeRef", "GPSPosition",
+      "ImageDescription", "Caption-Abstract", "Description", "Keywords", "Subject",
+      "CodedCharacterSet", "XMPToolkit", "ApplicationRecordVersion", "EnvelopeRecordVersion",
+      "CurrentIPTCDigest", "IPTCDigest", "WebP_Flags",
+      // A HEIF rewrite gives the metadata items an 'mdat'
+      // of their own, and the XMP toolkit moves a packet's
+      // "uuid:" rdf:about into xmpMM:InstanceID.
+      "MediaDataSize", "AvgBitrate", "About", "InstanceID"};
   return names;
 }
 

@@ -1,0 +1,62 @@
+#ifndef QUILLMERE_CORE_METADATA_HEIF_METADATA_REWRITER_H_
+#define QUILLMERE_CORE_METADATA_HEIF_METADATA_REWRITER_H_
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "core/metadata/random_access_bytes.h"
+
+namespace quillmere {
+
+// Lossless rewriting of the Exif and XMP items of HEIF, HEIC and AVIF still-image files. Coded
+// images, grids, thumbnails, auxiliary images and their properties keep their bytes; only the
+// item infos, locations and references change, and new item data goes into an 'mdat' box right
+// after the 'meta' box (or, when moving the rest of the file would break offsets this code does
+// not know, both go to the end and the old 'meta' becomes 'free' space). Anything not fully
+// understood is refused: unknown box versions, data in other files, protected items, items
+// pointing outside the file. Rewriting a result again with the same bytes gives the same file.
+namespace HeifMetadataRewriter {
+
+// True when the file starts with an 'ftyp' box naming a HEIF or AVIF still-image brand (heic,
+// heix, heim, heis, hevc, hevx, mif1, mif2, msf1, avif, avis), whatever its extension.
+bool isHeif(const std::filesystem::path& file);
+
+// The contents of the primary image's metadata items: the Exif item's TIFF bytes (after its
+// 4-byte header-offset prefix) and the XMP packet. The items are those `rewrite` replaces: the
+// first Exif (or "application/rdf+xml") item describing the primary image, else the first one
+// describing nothing.
+struct Items {
+  std::optional<Bytes> exifTiff;
+  std::optional<std::string> xmp;
+
+  bool operator==(const Items&) const = default;
+};
+
+// Absent when the file can't be read or its 'meta' box is one `rewrite` refuses.
+std::optional<Items> readItems(const std::filesystem::path& file);
+std::optional<Items> readItems(const RandomAccessBytes& source);
+
+// Writes a new file at `destination` holding `source` with its Exif item set to `exifTiff`
+// (TIFF bytes from the byte-order mark on; stored after "Exif\0\0") and its XMP item set to
+// `xmpPacket`; an item that isn't there is added and linked to the primary image ('cdsc'). An
+// absent argument leaves that item as it is; at least one must be given, and neither may be
+// empty or larger than 16 MiB, and files beyond 1 GiB are refused (they are rewritten in memory).
+// The file is written under a temporary name in `destination`'s folder and renamed into place,
+// replacing whatever is there. Returns false, leaving nothing behind, when the file is refused or
+// anything fails; `source` is never changed (a `destination` naming the same file is refused).
+// Never throws.
+bool rewrite(const std::filesystem::path& source, const std::filesystem::path& destination,
+             const std::optional<Bytes>& exifTiff, const std::optional<std::string>& xmpPacket);
+
+// The same rewrite in memory: the new file's bytes, or absent when refused.
+std::optional<Bytes> rewriteBytes(std::span<const std::uint8_t> source,
+                                  const std::optional<Bytes>& exifTiff,
+                                  const std::optional<std::string>& xmpPacket);
+
+}  // namespace HeifMetadataRewriter
+}  // namespace quillmere
+
+#endif  // QUILLMERE_CORE_METADATA_HEIF_METADATA_REWRITER_H_
