@@ -14,7 +14,7 @@ namespace quillmere::cli {
 inline constexpr int kExitOk = 0;         // all went well
 inline constexpr int kExitDamaged = 1;    // some files had problems; the rest was done
 inline constexpr int kExitFailed = 2;     // the command could not run (usage, export, resources)
-inline constexpr int kExitStopped = 130;  // stopped by Ctrl-C or SIGTERM (repair)
+inline constexpr int kExitStopped = 130;  // stopped with Ctrl-C or SIGTERM
 
 // Each subcommand receives the arguments after its own name.
 int runRepair(std::span<const std::string> args);
@@ -23,8 +23,6 @@ int runScan(std::span<const std::string> args);
 int runZone(std::span<const std::string> args);
 int runInspect(std::span<const std::string> args);
 int runImport(std::span<const std::string> args);
-
-inline constexpr int kExitStopped = 130;  // stopped with Ctrl-C
 
 // How to reach the photo library, and how to report an import.
 struct ImportOptions {
