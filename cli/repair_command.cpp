@@ -18,7 +18,8 @@ namespace quillmere::cli {
 namespace {
 
 constexpr const char* kRepairHelp =
-    "Usage: quillmere-cli repair --out DIR [--no-album-keywords] [--json] [--quiet] EXPORT...\n"
+    "Usage: quillmere-cli repair --out DIR [--no-album-keywords] [--json] [--quiet]\n"
+    "                            [--add-to-immich [--server URL] [--key KEY]] EXPORT...\n"
     "\n"
     "Scans a Google Takeout or Snapchat export (zip parts and/or unzipped folders, as\n"
     "downloaded) and writes repaired copies into a new folder \"Quillmere Repair <date time>\"\n"
@@ -32,6 +33,9 @@ constexpr const char* kRepairHelp =
     "  --no-album-keywords  don't add album names to the files' keywords\n"
     "  --json               print one JSON object instead: outputFolder, scan and repair counters\n"
     "  --quiet              no progress on stderr\n"
+    "  --add-to-immich      then add the copies to an Immich server, as `import` does (with\n"
+    "                       --json, its summary follows as a second JSON object)\n"
+    "  --server URL, --key KEY  the Immich server and API key (see `import --help`)\n"
     "\n"
     "Ctrl-C stops after the item in progress; the report then covers the items reached.\n"
     "\n"
@@ -78,11 +82,13 @@ struct RepairArguments {
   bool albumKeywords = true;
   bool json = false;
   bool quiet = false;
+  bool addToImmich = false;
+  ImportOptions immich;
   std::vector<std::filesystem::path> inputs;
 };
 
 // Parses `args`; returns an exit status when the command is done already (help, bad usage).
-std::optional<int> parse(std::span<const std::string> args, RepairArguments& parsed) {
+std::optional<int> parse(std::span<const std::string> args, RepairArguments& parsed) try {
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
     if (arg == "--help" || arg == "-h") {
@@ -98,6 +104,9 @@ std::optional<int> parse(std::span<const std::string> args, RepairArguments& par
       parsed.json = true;
     } else if (arg == "--quiet") {
       parsed.quiet = true;
+    } else if (arg == "--add-to-immich") {
+      parsed.addToImmich = true;
+    } else if (takeImportOption(args, i, parsed.immich)) {
     } else if (arg.starts_with("-") && arg != "-") {
       return unknownOption("repair", arg);
     } else {
@@ -110,6 +119,9 @@ std::optional<int> parse(std::span<const std::string> args, RepairArguments& par
     return kExitFailed;
   }
   return std::nullopt;
+} catch (const std::invalid_argument& error) {
+  std::fprintf(stderr, "quillmere-cli repair: %s\n\n%s", error.what(), kRepairHelp);
+  return kExitFailed;
 }
 
 nlohmann::json resultJson(const ScanResult& scan, const RepairResult& result, bool stopped) {
@@ -152,8 +164,6 @@ int runRepair(std::span<const std::string> args) {
     }
   }
   const bool stopped = stopRequested;
-  // The photo library step (repair --add-to-immich) belongs here: after the report is
-  // written, adding the copies of `result` and appending to its import record.
   if (arguments.json) {
     std::printf("%s\n", resultJson(*scan, *result, stopped).dump(2).c_str());
   } else {
@@ -165,7 +175,12 @@ int runRepair(std::span<const std::string> args) {
                  static_cast<long long>(result->summary.items));
     return kExitStopped;
   }
-  return result->summary.failed == 0 && allThere ? kExitOk : kExitDamaged;
+  const int repairStatus = result->summary.failed == 0 && allThere ? kExitOk : kExitDamaged;
+  if (!arguments.addToImmich) return repairStatus;
+  arguments.immich.json = arguments.json;
+  arguments.immich.quiet = arguments.quiet;
+  const int importStatus = importRepairResult(*result, scan->kind, arguments.immich);
+  return importStatus == kExitOk ? repairStatus : importStatus;
 }
 
 }  // namespace quillmere::cli
