@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "cli/commands.h"
+#include "core/sources/quillmere_version.h"
 
 namespace {
 
@@ -49,6 +50,11 @@ int main(int argc, char** argv) {
   }
   if (args[0] == "--help" || args[0] == "-h" || args[0] == "help") {
     printUsage(stdout);
+    return kExitOk;
+  }
+  if (args[0] == "--version") {
+    std::printf("quillmere-cli %.*s\n", static_cast<int>(quillmere::kQuillmereVersion.size()),
+                quillmere::kQuillmereVersion.data());
     return kExitOk;
   }
   for (const Command& command : kCommands) {

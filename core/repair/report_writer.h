@@ -1,6 +1,7 @@
 #ifndef QUILLMERE_CORE_REPAIR_REPORT_WRITER_H_
 #define QUILLMERE_CORE_REPAIR_REPORT_WRITER_H_
 
+#include <chrono>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,17 +16,31 @@ namespace quillmere {
 // report folder, "README.txt" in the run folder.
 namespace ReportWriter {
 
-// Writes the four files, each atomically. The first failure is thrown (the file system's
-// error) and the remaining files are not written.
+// Creates the report folder (with intermediate folders) and writes, in this order,
+// "changes.csv" (every row), "couldnt-fix.csv" (rows that couldn't be fixed or failed; the
+// header line alone when there are none), "summary.json" and the run folder's "README.txt".
+// Each file appears complete or not at all (written under a temporary name in the same folder,
+// then renamed). The first failure is thrown (the file system's error) and the remaining files
+// are not written; those already written stay.
 void write(const RepairResult& result, const ScanResult& scan);
 
 // The CSV text of `rows`: the header line, then one line per row, each ended by "\n".
 std::string csv(const std::vector<RepairRow>& rows);
 
-// One CSV field, quoted and guarded against spreadsheet formulas where needed.
+// One CSV field. A field whose first character is "=", "+", "-" or "@" gets an apostrophe in
+// front, so spreadsheets don't run it as a formula. A field containing a comma, a double quote,
+// a line feed or a carriage return (each a character of its own: a CR LF pair is neither) is
+// enclosed in double quotes with its double quotes doubled. Anything else, empty text
+// included, is kept as it is.
 std::string escape(std::string_view text);
 
-// The text of the run folder's README.txt.
+// The text of "summary.json": the app's name and version, `createdAt` (ISO 8601 in UTC, whole
+// seconds), the scan's inputs and the scan's and repair's counters, keys sorted at every level.
+std::string summaryJSON(const RepairResult& result, const ScanResult& scan,
+                        std::chrono::system_clock::time_point createdAt);
+
+// The text of the run folder's README.txt: what each folder holds, the run's totals, and the
+// credit for the time zone boundary data. No line feed after the last line.
 std::string readme(const RepairResult& result, const ScanResult& scan);
 
 }  // namespace ReportWriter
