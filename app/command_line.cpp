@@ -1,6 +1,7 @@
 #include "app/command_line.h"
 
 #include <QUrl>
+#include <algorithm>
 
 #include "app/path_text.h"
 
@@ -27,10 +28,14 @@ CommandLine CommandLine::parse(const QStringList& arguments) {
   CommandLine line;
   const qsizetype scanAt = arguments.indexOf(QStringLiteral("--scan"));
   if (scanAt < 0) {
-    for (qsizetype i = 1; i < arguments.size(); ++i) {
-      if (!arguments[i].startsWith(QStringLiteral("-"))) {
-        line.openedFiles.push_back(openedFile(arguments[i]));
-      }
+    // Only a plain list of files is what the desktop opens with the app; any option makes the
+    // command line one that asks for nothing.
+    const QStringList files = arguments.mid(1);
+    const bool plain = std::none_of(files.begin(), files.end(), [](const QString& argument) {
+      return argument.startsWith(QStringLiteral("--"));
+    });
+    if (plain) {
+      for (const QString& file : files) line.openedFiles.push_back(openedFile(file));
     }
     return line;
   }

@@ -12,10 +12,10 @@ namespace quillmere {
 // "--") and "--out FOLDER" (the argument after the first "--out", whatever it is). Relative
 // paths are made absolute against the current folder; nothing is checked for existence.
 struct CommandLine {
-  std::vector<std::filesystem::path> scan;         // empty: start no scan
-  std::optional<std::filesystem::path> out;        // absent: leave the destination alone
-  std::vector<std::filesystem::path> openedFiles;  // plain paths or file URLs, as the desktop
-                                                   // passes them when no "--scan" is given
+  std::vector<std::filesystem::path> scan;   // empty: start no scan
+  std::optional<std::filesystem::path> out;  // absent: leave the destination alone
+  // Files the desktop opens with the app: given alone (no "--" option), as paths or file URLs.
+  std::vector<std::filesystem::path> openedFiles;
 
   bool operator==(const CommandLine&) const = default;
 
