@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "core/dates/geo_point.h"
 #include "core/metadata/embedded_metadata.h"
 #include "core/metadata/metadata_patch.h"
 #include "core/metadata/write_method.h"
@@ -18,11 +19,40 @@ namespace quillmere {
 // thread.
 namespace MetadataWriter {
 
+// What a patch puts into a photo or its sidecar, in the notations the files use. Both the
+// in-file writer and the sidecar writer take their values from here.
+struct PhotoTags {
+  // Only when the patch has both an instant and an offset: a date without a known offset is
+  // never embedded (it reaches the copy through its file times alone).
+  std::optional<std::string> localDate;  // "2021:03:04 10:05:00": DateTimeOriginal, Digitized
+  std::optional<std::string> offset;     // "+02:00": OffsetTimeOriginal, OffsetTimeDigitized
+  std::optional<std::string> xmpDate;    // "2021-03-04T10:05:00+02:00": photoshop:DateCreated
+  // Written with references N/S and E/W; the altitude only when the patch's is present and not
+  // exactly 0 (a file's existing altitude is then left as it is).
+  std::optional<GeoPoint> location;
+  std::optional<std::string> caption;  // TIFF ImageDescription and IPTC Caption-Abstract
+  // The whole keyword list (the file's own first, then each added one not already there,
+  // compared exactly); absent when nothing is added, and the file's keywords stay untouched.
+  std::optional<std::vector<std::string>> keywords;
+
+  bool isEmpty() const { return !localDate && !location && !caption && !keywords; }
+  bool operator==(const PhotoTags&) const = default;
+};
+
+// The tags `patch` writes into a photo whose own keywords are `existingKeywords`.
+PhotoTags buildMetadata(const MetadataPatch& patch,
+                        const std::vector<std::string>& existingKeywords);
+
 // Produces `destination` from the working file `source`, which is consumed (moved or deleted).
-// An empty patch moves the file and returns unchanged. Otherwise photos are rewritten in place
-// where the format allows it, movies through writeVideo; anything else, or any refusal, falls
-// back to moving the file and writing "<destination>.xmp". When the patch has a date, the
-// copy's access and modification times are set to it (Linux keeps no settable creation time).
+// An empty patch moves the file and returns unchanged. Otherwise photos are rewritten where the
+// format allows a lossless rewrite (JPEG, PNG, TIFF, WebP, DNG: the metadata blocks are replaced,
+// the image data copied byte for byte), movies through writeVideo; anything else (HEIC, AVIF,
+// CR3, JXL, GIF, BMP, camera raws other than DNG), or any refusal or failure of the rewrite,
+// falls back to moving the file unchanged and writing "<destination>.xmp". A rewrite goes to a
+// temporary file beside `destination` that is renamed into place only when complete, so
+// `destination` is never half-written and `source` stays untouched until the copy exists.
+// When the patch has a date, the copy's access and modification times are set to it. Linux
+// offers no way to set a file's creation (birth) time, so that one is left as it falls.
 // `destination` must not exist, except as the leftover of a failed attempt.
 // Throws std::filesystem::filesystem_error (or std::system_error) when the file system fails:
 // a move, a delete, the sidecar's exclusive create, setting the file times.

@@ -1,0 +1,150 @@
+#include "core/metadata/metadata_writer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <system_error>
+
+#include "core/dates/date_planner.h"
+#include "core/dates/exif_date.h"
+#include "core/dates/iso_date.h"
+#include "core/metadata/atomic_file.h"
+#include "core/metadata/exiv2_metadata_writer.h"
+#include "core/sources/byte_view.h"
+
+namespace quillmere::MetadataWriter {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kExifDateLength = 19;
+constexpr double kDateTolerance = 2.0;       // seconds
+constexpr double kLocationTolerance = 50.0;  // metres
+constexpr std::uintmax_t kLargestPhoto = std::uintmax_t{1} << 30;
+
+// The whole file, or nothing when it cannot be read or is too large to rewrite in memory.
+std::optional<Bytes> readWhole(const fs::path& file) {
+  std::error_code error;
+  const std::uintmax_t size = fs::file_size(file, error);
+  if (error || size == 0 || size > kLargestPhoto) return std::nullopt;
+  std::ifstream in(file, std::ios::binary);
+  Bytes bytes(static_cast<std::size_t>(size));
+  if (!in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(size))) {
+    return std::nullopt;
+  }
+  return bytes;
+}
+
+// Writes the photo's copy with the tags inside; false, with `source` untouched and nothing new
+// at `destination`, when the format or the file system does not allow it.
+bool embedPhoto(const PhotoTags& tags, const fs::path& source, const fs::path& destination) {
+  try {
+    if (tags.isEmpty()) {
+      // Nothing to put inside (a date whose offset is unknown reaches only the file times).
+      AtomicFile::move(source, destination);
+      return true;
+    }
+    const std::optional<Bytes> photo = readWhole(source);
+    if (!photo) return false;
+    const std::optional<Bytes> written =
+        Exiv2MetadataWriter::rewrite(*photo, destination.filename().string(), tags);
+    if (!written) return false;
+    AtomicFile::write(destination, *written, /*exclusive=*/false);
+    return true;
+  } catch (const std::exception&) {
+    // A full disk or a folder that refuses files: the fallback meets the same folder and
+    // reports what it finds.
+    return false;
+  }
+}
+
+}  // namespace
+
+PhotoTags buildMetadata(const MetadataPatch& patch,
+                        const std::vector<std::string>& existingKeywords) {
+  PhotoTags tags;
+  if (patch.dateUTC && patch.offsetSeconds) {
+    tags.localDate = ExifDate::format(*patch.dateUTC, *patch.offsetSeconds);
+    tags.offset = ExifDate::formatOffset(*patch.offsetSeconds);
+    tags.xmpDate = ISODate::formatXMP(*patch.dateUTC, *patch.offsetSeconds);
+  }
+  if (patch.location) {
+    tags.location = patch.location;
+    if (tags.location->altitude == 0.0) tags.location->altitude.reset();
+  }
+  tags.caption = patch.caption;
+  if (!patch.addKeywords.empty()) {
+    std::vector<std::string> keywords = existingKeywords;
+    for (const std::string& keyword : patch.addKeywords) {
+      if (std::find(keywords.begin(), keywords.end(), keyword) == keywords.end()) {
+        keywords.push_back(keyword);
+      }
+    }
+    tags.keywords = std::move(keywords);
+  }
+  return tags;
+}
+
+WriteMethod write(const MetadataPatch& patch, MediaKind kind, const fs::path& source,
+                  const fs::path& destination, const std::vector<std::string>& existingKeywords) {
+  if (patch.isEmpty()) {
+    AtomicFile::move(source, destination);
+    return WriteMethod::unchanged;
+  }
+  bool embedded = false;
+  if (kind == MediaKind::photo) {
+    embedded = embedPhoto(buildMetadata(patch, existingKeywords), source, destination);
+  } else if (kind == MediaKind::video) {
+    embedded = writeVideo(patch, source, destination);
+  }
+  WriteMethod method = WriteMethod::embedded;
+  if (embedded) {
+    fs::remove(source);
+  } else {
+    std::error_code ignored;  // usually nothing is there
+    fs::remove(destination, ignored);
+    AtomicFile::move(source, destination);
+    writeXMPSidecar(patch, destination, existingKeywords);
+    method = WriteMethod::xmpSidecar;
+  }
+  if (patch.dateUTC) AtomicFile::setTimes(destination, *patch.dateUTC);
+  return method;
+}
+
+void writeXMPSidecar(const MetadataPatch& patch, const fs::path& file,
+                     const std::vector<std::string>& existingKeywords) {
+  const std::optional<std::string> packet =
+      Exiv2MetadataWriter::sidecarPacket(buildMetadata(patch, existingKeywords));
+  if (!packet) return;
+  AtomicFile::write(fs::path(file.string() + ".xmp"),
+                    {reinterpret_cast<const std::uint8_t*>(packet->data()), packet->size()},
+                    /*exclusive=*/true);
+}
+
+Verification verify(const MetadataPatch& patch, const std::optional<EmbeddedMetadata>& reread) {
+  if (!reread) return {"Couldn't re-read the written file", std::nullopt};
+  Verification result;
+  if (patch.dateUTC) {
+    const auto* local = reread->captureDate ? reread->captureDate->asLocal() : nullptr;
+    if (local != nullptr && !local->offsetSeconds && patch.offsetSeconds) {
+      if (local->text.substr(0, kExifDateLength) !=
+          ExifDate::format(*patch.dateUTC, *patch.offsetSeconds)) {
+        return {"Date didn't verify after writing", std::nullopt};
+      }
+      result.note = "This file type can't store a time zone; the local time is correct";
+    } else {
+      const std::optional<DatePlanner::ResolvedDate> resolved =
+          DatePlanner::resolveEmbedded(reread->captureDate, std::nullopt);
+      if (!resolved || !(std::fabs(resolved->utc - *patch.dateUTC) <= kDateTolerance)) {
+        return {"Date didn't verify after writing", std::nullopt};
+      }
+    }
+  }
+  if (patch.location && !(reread->location &&
+                          reread->location->distanceMeters(*patch.location) < kLocationTolerance)) {
+    result.problem = "Location didn't verify after writing";
+  }
+  return result;
+}
+
+}  // namespace quillmere::MetadataWriter

@@ -1,0 +1,38 @@
+#ifndef QUILLMERE_TESTS_SUPPORT_PHOTO_CHECKS_H_
+#define QUILLMERE_TESTS_SUPPORT_PHOTO_CHECKS_H_
+
+#include <filesystem>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+#include <vector>
+
+// Independent checks of a rewritten photo: exiftool's reading of its tags, and hashes of its
+// decoded pixels and of the image data its TIFF structure points at.
+namespace quillmere::testing {
+
+// The shared real samples: $QUILLMERE_SAMPLES when set (a worktree lies elsewhere than the
+// main checkout), else QUILLMERE_SOURCE_DIR/../shared/samples.
+std::filesystem::path sharedSamples();
+
+// exiftool -a -G1 -n -json of one file: every tag as "Group:Name", duplicates included.
+nlohmann::json exiftoolTags(const std::filesystem::path& file);
+
+// The tags whose value differs between two readings, or that only one of them has, leaving out
+// the groups that describe the file rather than its content (System, File), the positions of
+// blocks (…Offset, …Offsets, …Start), empty texts that are gone, and every tag whose name
+// (after the group) is in `written`. exiftool's warnings count: a new one means damage.
+std::vector<std::string> changedTags(const nlohmann::json& before, const nlohmann::json& after,
+                                     const std::set<std::string>& written);
+
+// SHA-256 of the pixels ImageMagick decodes, as 8-bit RGBA; empty when it cannot decode them.
+std::string pixelHash(const std::filesystem::path& file);
+
+// SHA-256 of the bytes every image directory's strips, tiles, thumbnails and previews cover (by
+// exiftool's offsets and lengths), by group; for raws, which ImageMagick cannot decode here.
+std::map<std::string, std::string> imageDataHashes(const std::filesystem::path& file);
+
+}  // namespace quillmere::testing
+
+#endif  // QUILLMERE_TESTS_SUPPORT_PHOTO_CHECKS_H_
