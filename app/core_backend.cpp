@@ -1,4 +1,5 @@
 #include "app/repair_model.h"
+#include "core/photos/photos_importer.h"
 #include "core/scan/export_scanner.h"
 
 namespace quillmere {
@@ -8,6 +9,9 @@ RepairBackend RepairBackend::core() {
   backend.scan = [](const std::vector<std::filesystem::path>& inputs,
                     const ProgressCallback& progress) {
     return ExportScanner::scan(inputs, progress);
+  };
+  backend.import.itemCount = [](const RepairResult& result) {
+    return static_cast<std::int64_t>(PhotosImporter::items(result).size());
   };
   return backend;
 }

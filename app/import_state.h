@@ -7,27 +7,13 @@
 #include <string>
 #include <variant>
 
+#include "core/photos/photos_importer.h"
 #include "core/repair/repair_engine.h"
 #include "core/repair/repair_result.h"
 #include "core/scan/export_kind.h"
 #include "core/scan/work_progress.h"
 
 namespace quillmere {
-
-// Stands in for the importer's summary until the importer is part of the core: the same fields,
-// so the views read it unchanged once the real one replaces it.
-struct ImportSummary {
-  std::int64_t items = 0;
-  std::int64_t imported = 0;
-  std::int64_t alreadyImported = 0;
-  std::int64_t livePhotos = 0;
-  std::int64_t livePhotosSplit = 0;
-  std::int64_t failed = 0;
-  std::int64_t albums = 0;
-  std::string folderTitle;
-
-  bool operator==(const ImportSummary&) const = default;
-};
 
 // Where the photo library is and the key that opens it. Kept for the session only.
 struct ImportCredentials {

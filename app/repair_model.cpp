@@ -49,6 +49,9 @@ namespace {
 std::string describe(const std::exception_ptr& error) {
   try {
     std::rethrow_exception(error);
+  } catch (const PhotosImportError& e) {
+    // The fixed sentence, then what the library said was wrong.
+    return e.reason().empty() ? std::string(e.what()) : std::string(e.what()) + "\n" + e.reason();
   } catch (const std::exception& e) {
     return e.what();
   } catch (...) {

@@ -51,11 +51,14 @@ bool SingleInstance::handOver(const std::vector<std::filesystem::path>& files) c
 bool SingleInstance::listen(Receiver receiver) {
   receiver_ = std::move(receiver);
   server_.setSocketOptions(QLocalServer::UserAccessOption);
-  if (!server_.listen(name_)) {
-    // A socket left behind by a crashed instance: nobody answered handOver, so take it over.
-    QLocalServer::removeServer(name_);
-    if (!server_.listen(name_)) return false;
-  }
+  // Another window that still answers keeps the name (a "--scan" start runs beside it). Ask
+  // before listening: with access options, listening would silently replace its socket.
+  QLocalSocket probe;
+  probe.connectToServer(name_);
+  if (probe.waitForConnected(kTimeoutMs)) return false;
+  // A socket left behind by a crashed instance is taken over.
+  QLocalServer::removeServer(name_);
+  if (!server_.listen(name_)) return false;
   connect(&server_, &QLocalServer::newConnection, this, [this] {
     while (QLocalSocket* socket = server_.nextPendingConnection()) {
       connect(socket, &QLocalSocket::disconnected, socket, [this, socket] {

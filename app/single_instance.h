@@ -24,7 +24,8 @@ class SingleInstance : public QObject {
   // Sends `files` (absolute paths, possibly none) to a running instance. True when one took
   // them; then this process should end.
   bool handOver(const std::vector<std::filesystem::path>& files) const;
-  // Becomes the running instance; `receiver` gets every later hand-over on this thread.
+  // Becomes the running instance; `receiver` gets every later hand-over on this thread. False
+  // when another instance still answers (or the socket can't be made): then nothing is received.
   bool listen(Receiver receiver);
 
   static QString defaultName();

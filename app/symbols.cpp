@@ -5,6 +5,9 @@
 #include <QPainter>
 #include <QSvgRenderer>
 
+// The bundled pictures live in a static library, whose resources must be registered by hand.
+static void registerBundledIcons() { Q_INIT_RESOURCE(icons); }
+
 namespace quillmere {
 namespace {
 
@@ -48,6 +51,8 @@ SymbolNames names(Symbol symbol) {
 bool isDark(const QPalette& palette) { return palette.color(QPalette::Window).lightness() < 128; }
 
 QPixmap bundled(const char* name, const QColor& tint, int size, qreal ratio) {
+  static const bool registered = (registerBundledIcons(), true);
+  (void)registered;
   QFile file(QStringLiteral(":/icons/%1.svg").arg(QLatin1String(name)));
   if (!file.open(QIODevice::ReadOnly)) return {};
   QByteArray svg = file.readAll();
@@ -98,16 +103,17 @@ QColor secondaryTextColor(const QPalette& palette, int level) {
 QPixmap symbolPixmap(Symbol symbol, const QColor& tint, int size, qreal devicePixelRatio) {
   const SymbolNames name = names(symbol);
   const QString theme = QLatin1String(name.theme);
-  const QIcon symbolic = QIcon::fromTheme(theme + QStringLiteral("-symbolic"));
-  if (!symbolic.isNull()) {
-    QPixmap pixmap = symbolic.pixmap(QSize(size, size), devicePixelRatio);
+  const QString symbolicName = theme + QStringLiteral("-symbolic");
+  if (QIcon::hasThemeIcon(symbolicName)) {
+    QPixmap pixmap = QIcon::fromTheme(symbolicName).pixmap(QSize(size, size), devicePixelRatio);
     QPainter painter(&pixmap);
     painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
     painter.fillRect(pixmap.rect(), tint);
     return pixmap;
   }
-  const QIcon coloured = QIcon::fromTheme(theme);
-  if (!coloured.isNull()) return coloured.pixmap(QSize(size, size), devicePixelRatio);
+  if (QIcon::hasThemeIcon(theme)) {
+    return QIcon::fromTheme(theme).pixmap(QSize(size, size), devicePixelRatio);
+  }
   return bundled(name.bundled, tint, size, devicePixelRatio);
 }
 

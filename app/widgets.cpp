@@ -116,7 +116,7 @@ QWidget* makeFinding(const FindingText& finding, QWidget* parent) {
   symbolColumn->addStretch();
   layout->addLayout(symbolColumn);
   auto* textColumn = new QVBoxLayout;
-  textColumn->setSpacing(1);
+  textColumn->setSpacing(0);
   QLabel* text = makeLabel(finding.text, TextStyle::body, 0, row);
   text->setObjectName(QStringLiteral("findingText"));
   textColumn->addWidget(text);

@@ -2,6 +2,7 @@
 
 #include <QTest>
 
+#include "app/single_instance.h"
 #include "tests/app/app_test_support.h"
 
 namespace quillmere {
@@ -64,6 +65,30 @@ class CommandLineTest : public QObject {
         {"quillmere", "file:///home/u/My%20Export.zip", "part.zip", "/abs/folder"});
     QVERIFY(line.scan.empty());
     QCOMPARE(line.openedFiles, (Paths{"/home/u/My Export.zip", here("part.zip"), "/abs/folder"}));
+  }
+
+  // A second start hands its files to the first; an empty hand-over still arrives (it brings
+  // the window forward).
+  void secondStartHandsOverItsFiles() {
+    const QString name =
+        QStringLiteral("quillmere-test-%1").arg(QCoreApplication::applicationPid());
+    SingleInstance first(name);
+    std::vector<Paths> received;
+    QVERIFY(first.listen([&received](const Paths& files) { received.push_back(files); }));
+    SingleInstance second(name);
+    QVERIFY(!second.listen({}));  // the first still answers: its socket is left alone
+    QVERIFY(second.handOver({"/d/a b.zip", "/d/\xc3\xa9t\xc3\xa9"}));
+    const Paths files{"/d/a b.zip", "/d/\xc3\xa9t\xc3\xa9"};
+    QTRY_VERIFY(std::find(received.begin(), received.end(), files) != received.end());
+    received.clear();
+    QVERIFY(second.handOver({}));
+    QTRY_COMPARE(received, std::vector<Paths>{Paths{}});
+  }
+
+  void nobodyToHandOverTo() {
+    SingleInstance lonely(
+        QStringLiteral("quillmere-test-nobody-%1").arg(QCoreApplication::applicationPid()));
+    QVERIFY(!lonely.handOver({"/d/a.zip"}));
   }
 };
 
