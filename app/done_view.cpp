@@ -73,12 +73,8 @@ void ImportStatus::refresh(const ImportState& state) {
 
 DoneView::DoneView(RepairModel& model, RepairResultPtr result, QWidget* parent)
     : QScrollArea(parent), model_(model), result_(std::move(result)) {
-  setWidgetResizable(true);
-  setFrameShape(QFrame::NoFrame);
-  auto* content = new QWidget(this);
-  auto* column = new QVBoxLayout(content);
-  column->setContentsMargins(32, 24, 32, 24);
-  column->setSpacing(8);
+  QVBoxLayout* column = makeScrollColumn(this);
+  QWidget* content = widget();
   const RepairSummary& summary = result_->summary;
   const bool problems = summary.failed != 0;
   QWidget* title =
@@ -124,7 +120,6 @@ DoneView::DoneView(RepairModel& model, RepairResultPtr result, QWidget* parent)
   connect(another_, &QPushButton::clicked, this, [this] { model_.startOver(); });
   column->addWidget(another_, 0, Qt::AlignLeft);
   column->addStretch();
-  setWidget(content);
   refreshImport();
 }
 

@@ -91,10 +91,32 @@ void RepairModel::setImportCredentials(const ImportCredentials& credentials) {
   importCredentials_ = credentials;
 }
 
-void RepairModel::startWorker(std::function<void(const std::shared_ptr<PostBox>&)> work) {
+template <typename Result>
+void RepairModel::runOperation(std::function<Result(const ProgressCallback&)> work,
+                               std::function<void(const WorkProgress&)> onProgress,
+                               std::function<void(Result)> onSuccess,
+                               std::function<void(const std::string&)> onFailure) {
   ++runningWorkers_;
-  // The thread deletes itself; it keeps no pointer to the model, only the post box.
-  QThread* thread = QThread::create(std::move(work), postBox_);
+  // The thread deletes itself. The callbacks it carries touch the model, but they run only
+  // where the post box delivers them: on the model's thread, and never after the model is gone.
+  QThread* thread = QThread::create([this, box = postBox_, work = std::move(work),
+                                     onProgress = std::move(onProgress),
+                                     onSuccess = std::move(onSuccess),
+                                     onFailure = std::move(onFailure)] {
+    const ProgressCallback progress = [box, onProgress](const WorkProgress& value) {
+      box->post([onProgress, value] { onProgress(value); });
+    };
+    std::function<void()> outcome;
+    try {
+      outcome = [onSuccess, result = work(progress)] { onSuccess(result); };
+    } catch (...) {
+      outcome = [onFailure, message = describe(std::current_exception())] { onFailure(message); };
+    }
+    box->post([this, outcome] {
+      --runningWorkers_;
+      outcome();
+    });
+  });
   connect(thread, &QThread::finished, thread, &QObject::deleteLater);
   thread->start();
 }
@@ -102,34 +124,23 @@ void RepairModel::startWorker(std::function<void(const std::shared_ptr<PostBox>&
 void RepairModel::scan(const std::vector<std::filesystem::path>& urls) {
   setInputs(urls);
   setStage(StageCase::Scanning{WorkProgress{std::string(ScanPhase::readingExport), 0, 0}});
-  startWorker([this, urls, scanner = backend_.scan](const std::shared_ptr<PostBox>& box) {
-    const ProgressCallback progress = [this, box](const WorkProgress& value) {
-      box->post([this, value] {
+  runOperation<ScanResultPtr>(
+      [urls, scanner = backend_.scan](const ProgressCallback& progress) {
+        return scanner(urls, progress);
+      },
+      [this](const WorkProgress& value) {
         if (std::holds_alternative<StageCase::Scanning>(stage_)) {
           setStage(StageCase::Scanning{value});
         }
-      });
-    };
-    std::function<void()> outcome;
-    try {
-      ScanResultPtr result = scanner(urls, progress);
-      outcome = [this, result] {
+      },
+      [this](ScanResultPtr result) {
         if (result == nullptr || result->files.empty()) {
           setStage(StageCase::Failed{QuillmereError::nothingToRepair().what()});
         } else {
-          setStage(StageCase::Scanned{result});
+          setStage(StageCase::Scanned{std::move(result)});
         }
-      };
-    } catch (...) {
-      outcome = [this, message = describe(std::current_exception())] {
-        setStage(StageCase::Failed{message});
-      };
-    }
-    box->post([this, outcome] {
-      --runningWorkers_;
-      outcome();
-    });
-  });
+      },
+      [this](const std::string& message) { setStage(StageCase::Failed{message}); });
 }
 
 void RepairModel::open(const std::vector<std::filesystem::path>& urls) {
@@ -150,29 +161,20 @@ void RepairModel::repair() {
   RepairOptions options;
   options.destination = *destination_;
   options.albumsAsKeywords = true;
-  startWorker([this, scan, options, flag = cancelFlag_,
-               engine = backend_.repair](const std::shared_ptr<PostBox>& box) {
-    const ProgressCallback progress = [this, box](const WorkProgress& value) {
-      box->post([this, value] {
-        if (std::holds_alternative<StageCase::Repairing>(stage_)) {
-          setStage(StageCase::Repairing{std::get<StageCase::Repairing>(stage_).scan, value});
+  runOperation<RepairResultPtr>(
+      [scan, options, flag = cancelFlag_,
+       engine = backend_.repair](const ProgressCallback& progress) {
+        return engine(*scan, options, progress, [flag] { return flag->isSet(); });
+      },
+      [this](const WorkProgress& value) {
+        if (const auto* repairing = std::get_if<StageCase::Repairing>(&stage_)) {
+          setStage(StageCase::Repairing{repairing->scan, value});
         }
-      });
-    };
-    std::function<void()> outcome;
-    try {
-      RepairResultPtr result = engine(*scan, options, progress, [flag] { return flag->isSet(); });
-      outcome = [this, scan, result] { setStage(StageCase::Done{scan, result}); };
-    } catch (...) {
-      outcome = [this, message = describe(std::current_exception())] {
-        setStage(StageCase::Failed{message});
-      };
-    }
-    box->post([this, outcome] {
-      --runningWorkers_;
-      outcome();
-    });
-  });
+      },
+      [this, scan](RepairResultPtr result) {
+        setStage(StageCase::Done{scan, std::move(result)});
+      },
+      [this](const std::string& message) { setStage(StageCase::Failed{message}); });
 }
 
 void RepairModel::importIntoPhotos() {
@@ -180,31 +182,19 @@ void RepairModel::importIntoPhotos() {
   if (done == nullptr || !backend_.import.run) return;
   cancelFlag_ = std::make_shared<CancelFlag>();
   setImportState(ImportCase::Running{WorkProgress{"Connecting to Immich", 0, 0}});
-  startWorker([this, result = done->result, kind = done->scan->kind, flag = cancelFlag_,
-               credentials = importCredentials_,
-               importer = backend_.import.run](const std::shared_ptr<PostBox>& box) {
-    const ProgressCallback progress = [this, box](const WorkProgress& value) {
-      box->post([this, value] {
+  runOperation<ImportSummary>(
+      [result = done->result, kind = done->scan->kind, flag = cancelFlag_,
+       credentials = importCredentials_,
+       importer = backend_.import.run](const ProgressCallback& progress) {
+        return importer(*result, kind, credentials, progress, [flag] { return flag->isSet(); });
+      },
+      [this](const WorkProgress& value) {
         if (std::holds_alternative<ImportCase::Running>(importState_)) {
           setImportState(ImportCase::Running{value});
         }
-      });
-    };
-    std::function<void()> outcome;
-    try {
-      ImportSummary summary =
-          importer(*result, kind, credentials, progress, [flag] { return flag->isSet(); });
-      outcome = [this, summary] { setImportState(ImportCase::Done{summary}); };
-    } catch (...) {
-      outcome = [this, message = describe(std::current_exception())] {
-        setImportState(ImportCase::Failed{message});
-      };
-    }
-    box->post([this, outcome] {
-      --runningWorkers_;
-      outcome();
-    });
-  });
+      },
+      [this](ImportSummary summary) { setImportState(ImportCase::Done{std::move(summary)}); },
+      [this](const std::string& message) { setImportState(ImportCase::Failed{message}); });
 }
 
 void RepairModel::cancel() { cancelFlag_->set(); }

@@ -130,8 +130,14 @@ class RepairModel : public QObject {
   void setStage(Stage stage);
   void setImportState(ImportState state);
   void setInputs(std::vector<std::filesystem::path> inputs);
-  // Runs `work` on a new thread; it posts back through the returned box.
-  void startWorker(std::function<void(const std::shared_ptr<PostBox>&)> work);
+  // Runs `work` on a new thread. Its progress reports and then its outcome (`onSuccess` with
+  // the result, or `onFailure` with the error's message) run here, in the order they were made;
+  // each progress handler checks for itself that the state is still the running one.
+  template <typename Result>
+  void runOperation(std::function<Result(const ProgressCallback&)> work,
+                    std::function<void(const WorkProgress&)> onProgress,
+                    std::function<void(Result)> onSuccess,
+                    std::function<void(const std::string&)> onFailure);
 
   RepairBackend backend_;
   Stage stage_ = StageCase::Empty{};

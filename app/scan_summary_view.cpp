@@ -11,12 +11,8 @@ namespace quillmere {
 
 ScanSummaryView::ScanSummaryView(RepairModel& model, const ScanResult& scan, QWidget* parent)
     : QScrollArea(parent), model_(model) {
-  setWidgetResizable(true);
-  setFrameShape(QFrame::NoFrame);
-  auto* content = new QWidget(this);
-  auto* column = new QVBoxLayout(content);
-  column->setContentsMargins(32, 24, 32, 24);
-  column->setSpacing(8);
+  QVBoxLayout* column = makeScrollColumn(this);
+  QWidget* content = widget();
 
   QLabel* heading = makeLabel(ViewTexts::scanHeading(scan.kind), TextStyle::title2, 0, content);
   heading->setObjectName(QStringLiteral("heading"));
@@ -76,7 +72,6 @@ ScanSummaryView::ScanSummaryView(RepairModel& model, const ScanResult& scan, QWi
       tr("Repaired copies go into a new folder. Nothing in your export is changed or deleted."),
       TextStyle::callout, 1, content));
   column->addStretch();
-  setWidget(content);
   refreshDestination();
 }
 

@@ -53,6 +53,17 @@ void applyColour(QLabel* label, int level) {
 
 }  // namespace
 
+QVBoxLayout* makeScrollColumn(QScrollArea* area) {
+  area->setWidgetResizable(true);
+  area->setFrameShape(QFrame::NoFrame);
+  auto* content = new QWidget(area);
+  auto* column = new QVBoxLayout(content);
+  column->setContentsMargins(32, 24, 32, 24);
+  column->setSpacing(8);
+  area->setWidget(content);
+  return column;
+}
+
 QLabel* makeLabel(const QString& text, TextStyle style, int colourLevel, QWidget* parent) {
   auto* label = new QLabel(text, parent);
   label->setTextFormat(Qt::PlainText);

@@ -3,6 +3,8 @@
 
 #include <QLabel>
 #include <QProgressBar>
+#include <QScrollArea>
+#include <QVBoxLayout>
 #include <QWidget>
 
 #include "app/symbols.h"
@@ -13,6 +15,9 @@ namespace quillmere {
 
 // Text sizes relative to the system font, after the usual desktop type ramp.
 enum class TextStyle { title, title2, headline, body, subheadline, callout, caption };
+
+// Makes `area` a borderless page that scrolls one column; returns the column to fill.
+QVBoxLayout* makeScrollColumn(QScrollArea* area);
 
 // A label in `style`; `colourLevel` 0 is the normal text colour, 1 secondary, 2 tertiary.
 QLabel* makeLabel(const QString& text, TextStyle style, int colourLevel = 0,

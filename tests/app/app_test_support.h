@@ -35,6 +35,12 @@ RepairResultPtr fakeRepair(const RepairSummary& summary,
 // A backend whose scan returns `scan` and whose repair returns `result`.
 RepairBackend fakeBackend(ScanResultPtr scan, RepairResultPtr result = nullptr);
 
+// True when the model's stage is the case `Case`.
+template <typename Case>
+bool in(const RepairModel& model) {
+  return std::holds_alternative<Case>(model.stage());
+}
+
 // The examples/ folder of the source tree.
 std::filesystem::path examplesFolder();
 

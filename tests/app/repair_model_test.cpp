@@ -16,13 +16,9 @@ using testing::fakeBackend;
 using testing::fakeRepair;
 using testing::fakeScan;
 using testing::Gate;
+using testing::in;
 
 constexpr int kScanTimeoutMs = 120'000;
-
-template <typename Case>
-bool in(const RepairModel& model) {
-  return std::holds_alternative<Case>(model.stage());
-}
 
 class RepairModelTest : public QObject {
   Q_OBJECT

@@ -59,6 +59,29 @@ struct Scanned {
   MainWindow window;
 };
 
+// A window whose model has repaired a scan into "/out" with `backend`.
+struct Repaired {
+  explicit Repaired(const RepairBackend& backend) : model(backend), window(model) {
+    model.setDestination("/out");
+    model.scan({"/e"});
+    QTRY_VERIFY(std::holds_alternative<StageCase::Scanned>(model.stage()));
+    model.repair();
+    QTRY_VERIFY(window.repairView()->doneView() != nullptr);
+  }
+
+  RepairModel model;
+  MainWindow window;
+};
+
+// Every text of `expected` is shown, and none of `absent`.
+void expectTexts(const QStringList& shown, const QStringList& expected, const QStringList& absent) {
+  for (const QString& text : expected) {
+    QVERIFY2(shown.contains(text),
+             qPrintable(text + QStringLiteral(" | ") + shown.join(QStringLiteral(" | "))));
+  }
+  for (const QString& text : absent) QVERIFY2(!shown.contains(text), qPrintable(text));
+}
+
 class ViewsTest : public QObject {
   Q_OBJECT
 
@@ -196,11 +219,8 @@ class ViewsTest : public QObject {
     QFETCH(QStringList, absent);
     Scanned scanned(fakeScan(summary, ExportKind(kind)), inputs);
     const QStringList shown = texts(scanned.summary());
-    for (const QString& text : expected) {
-      QVERIFY2(shown.contains(text),
-               qPrintable(text + QStringLiteral(" | ") + shown.join(QStringLiteral(" | "))));
-    }
-    for (const QString& text : absent) QVERIFY2(!shown.contains(text), qPrintable(text));
+    expectTexts(shown, expected, absent);
+    if (QTest::currentTestFailed()) return;
     // Findings in their fixed order: date first, place after the day-only row.
     const qsizetype date =
         shown.indexOf(QRegularExpression(QStringLiteral(".* no date in the file")));
@@ -321,19 +341,12 @@ class ViewsTest : public QObject {
     QFETCH(QStringList, expected);
     QFETCH(QStringList, absent);
     RepairBackend backend = fakeBackend(fakeScan({}), fakeRepair(summary));
-    RepairModel model(backend);
-    MainWindow window(model);
-    model.setDestination("/out");
-    model.scan({"/e"});
-    QTRY_VERIFY(std::holds_alternative<StageCase::Scanned>(model.stage()));
-    model.repair();
-    QTRY_VERIFY(window.repairView()->doneView() != nullptr);
+    Repaired repaired(backend);
+    MainWindow& window = repaired.window;
+    QVERIFY(window.repairView()->doneView() != nullptr);
     const QStringList shown = texts(window.repairView()->doneView());
-    for (const QString& text : expected) {
-      QVERIFY2(shown.contains(text),
-               qPrintable(text + QStringLiteral(" | ") + shown.join(QStringLiteral(" | "))));
-    }
-    for (const QString& text : absent) QVERIFY2(!shown.contains(text), qPrintable(text));
+    expectTexts(shown, expected, absent);
+    if (QTest::currentTestFailed()) return;
     // "need a look" counts the couldn't-fix and the failed rows together.
     const qsizetype look = shown.indexOf(QStringLiteral("need a look"));
     QCOMPARE(shown[look - 1], ViewTexts::count(summary.couldntFix + summary.failed));
@@ -355,13 +368,10 @@ class ViewsTest : public QObject {
                            .failed = 1,
                            .folderTitle = "Quillmere: Google Photos (Mar 5, 2025 14:07)"};
     };
-    RepairModel model(backend);
-    MainWindow window(model);
-    model.setDestination("/out");
-    model.scan({"/e"});
-    QTRY_VERIFY(std::holds_alternative<StageCase::Scanned>(model.stage()));
-    model.repair();
-    QTRY_VERIFY(window.repairView()->doneView() != nullptr);
+    Repaired repaired(backend);
+    RepairModel& model = repaired.model;
+    MainWindow& window = repaired.window;
+    QVERIFY(window.repairView()->doneView() != nullptr);
     DoneView* done = window.repairView()->doneView();
     QCOMPARE(button(done, "addToImmich")->text(), QStringLiteral("Add to Immich…"));
     QCOMPARE(button(done, "showInFileManager")->text(), QStringLiteral("Show in File Manager"));
@@ -409,13 +419,10 @@ class ViewsTest : public QObject {
                             const CancelQuery&) -> ImportSummary {
       throw std::runtime_error("Quillmere couldn't sign in to Immich at http://x.");
     };
-    RepairModel model(backend);
-    MainWindow window(model);
-    model.setDestination("/out");
-    model.scan({"/e"});
-    QTRY_VERIFY(std::holds_alternative<StageCase::Scanned>(model.stage()));
-    model.repair();
-    QTRY_VERIFY(window.repairView()->doneView() != nullptr);
+    Repaired repaired(backend);
+    RepairModel& model = repaired.model;
+    MainWindow& window = repaired.window;
+    QVERIFY(window.repairView()->doneView() != nullptr);
     model.importIntoPhotos();
     QTRY_VERIFY(std::holds_alternative<ImportCase::Failed>(model.importState()));
     const QStringList shown = texts(window.repairView()->doneView());
