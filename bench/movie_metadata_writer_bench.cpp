@@ -73,7 +73,10 @@ void BM_RewriteLargeMovieAgainstCp(benchmark::State& state) {
   state.counters["rewrite_s"] = rewriteTotal / static_cast<double>(state.iterations());
   state.counters["ratio_vs_cp"] = cpTotal > 0 ? rewriteTotal / cpTotal : 0;
 }
-BENCHMARK(BM_RewriteLargeMovieAgainstCp)->Unit(benchmark::kMillisecond)->Iterations(5)->UseRealTime();
+BENCHMARK(BM_RewriteLargeMovieAgainstCp)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(5)
+    ->UseRealTime();
 
 }  // namespace
 }  // namespace quillmere

@@ -7,7 +7,8 @@
 namespace quillmere {
 
 std::span<const std::uint8_t> AtomNode::payload() const {
-  return std::span<const std::uint8_t>(raw).subspan(std::min<std::size_t>(headerLength(), raw.size()));
+  return std::span<const std::uint8_t>(raw).subspan(
+      std::min<std::size_t>(headerLength(), raw.size()));
 }
 
 std::uint64_t AtomNode::size() const {
@@ -55,15 +56,16 @@ bool AtomNode::expand(std::size_t preambleLength) {
 }
 
 AtomNode* AtomNode::child(std::uint32_t childType) {
-  const auto found = std::find_if(children.begin(), children.end(),
-                                  [childType](const AtomNode& node) { return node.type == childType; });
+  const auto found =
+      std::find_if(children.begin(), children.end(),
+                   [childType](const AtomNode& node) { return node.type == childType; });
   return found == children.end() ? nullptr : &*found;
 }
 
 std::size_t AtomNode::count(std::uint32_t childType) const {
-  return static_cast<std::size_t>(std::count_if(
-      children.begin(), children.end(),
-      [childType](const AtomNode& node) { return node.type == childType; }));
+  return static_cast<std::size_t>(
+      std::count_if(children.begin(), children.end(),
+                    [childType](const AtomNode& node) { return node.type == childType; }));
 }
 
 std::optional<std::vector<AtomNode>> parseAtoms(std::span<const std::uint8_t> bytes,
@@ -122,11 +124,13 @@ AtomNode makeAtom(std::uint32_t type, std::span<const std::uint8_t> payload) {
 }
 
 void appendU32(Bytes& out, std::uint32_t value) {
-  for (int shift = 24; shift >= 0; shift -= 8) out.push_back(static_cast<std::uint8_t>(value >> shift));
+  for (int shift = 24; shift >= 0; shift -= 8)
+    out.push_back(static_cast<std::uint8_t>(value >> shift));
 }
 
 void appendU64(Bytes& out, std::uint64_t value) {
-  for (int shift = 56; shift >= 0; shift -= 8) out.push_back(static_cast<std::uint8_t>(value >> shift));
+  for (int shift = 56; shift >= 0; shift -= 8)
+    out.push_back(static_cast<std::uint8_t>(value >> shift));
 }
 
 std::uint64_t readBigEndian(std::span<const std::uint8_t> bytes, std::size_t offset, int width) {

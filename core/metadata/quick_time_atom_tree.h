@@ -26,10 +26,10 @@ struct AtomNode {
   std::uint32_t type = 0;
   bool largeHeader = false;  // was (and will be) written with a 64-bit size
   bool expanded = false;
-  Bytes raw;                 // the whole atom, header included, while not expanded
-  Bytes preamble;            // expanded: bytes before the first child (a full box's version)
+  Bytes raw;       // the whole atom, header included, while not expanded
+  Bytes preamble;  // expanded: bytes before the first child (a full box's version)
   std::vector<AtomNode> children;
-  Bytes trailer;             // expanded: zero padding after the last child
+  Bytes trailer;  // expanded: zero padding after the last child
 
   std::uint32_t headerLength() const { return largeHeader ? 16 : 8; }
   // The payload of an atom that is not expanded.

@@ -34,8 +34,8 @@ class Descriptor {
 std::size_t readAt(int descriptor, std::uint64_t offset, std::uint8_t* into, std::size_t count) {
   std::size_t done = 0;
   while (done < count) {
-    const ssize_t got = ::pread(descriptor, into + done, count - done,
-                                static_cast<off_t>(offset + done));
+    const ssize_t got =
+        ::pread(descriptor, into + done, count - done, static_cast<off_t>(offset + done));
     if (got < 0) {
       if (errno == EINTR) continue;
       throwErrno("Couldn't read the movie");
@@ -120,7 +120,8 @@ void setMovieCreationTime(double date, const std::filesystem::path& file) {
   // The field must lie inside the header atom, whatever the atom claims to hold.
   if (header->size - header->headerLength < 4u + width) return;
   std::array<std::uint8_t, 8> bytes{};
-  for (int i = 0; i < width; ++i) bytes[i] = static_cast<std::uint8_t>(value >> (8 * (width - 1 - i)));
+  for (int i = 0; i < width; ++i)
+    bytes[i] = static_cast<std::uint8_t>(value >> (8 * (width - 1 - i)));
   writeAt(descriptor.get(), header->payloadStart() + 4, bytes.data(), width);
 }
 

@@ -87,7 +87,8 @@ bool copyRange(int source, std::uint64_t from, int target, std::uint64_t to, std
   if (count == 0) return true;
   Bytes buffer(kCopyBufferSize);
   while (count > 0) {
-    const std::size_t chunk = static_cast<std::size_t>(std::min<std::uint64_t>(count, buffer.size()));
+    const std::size_t chunk =
+        static_cast<std::size_t>(std::min<std::uint64_t>(count, buffer.size()));
     if (!readFully(source, from, buffer.data(), chunk) ||
         !writeFully(target, to, buffer.data(), chunk)) {
       return false;
@@ -171,6 +172,9 @@ bool rewrite(const QuickTimeMetadataEdit& edit, const std::filesystem::path& sou
   if (input.get() < 0 || ::fstat(input.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     return false;
   }
+  // Renaming the copy over its own source would change the source.
+  std::error_code sameError;
+  if (std::filesystem::equivalent(source, destination, sameError)) return false;
   const auto fileSize = static_cast<std::uint64_t>(status.st_size);
   const std::optional<MovieAtomPlace> movie = locateMovieAtom(input.get(), fileSize);
   if (!movie || movie->size > kMaxMovieAtomSize) return false;

@@ -124,7 +124,8 @@ void editKeyedItems(AtomNode& meta, const std::set<std::string, std::less<>>& re
       if (index != item.type) {
         require(!item.expanded && item.raw.size() >= 8);
         item.type = index;
-        for (int i = 0; i < 4; ++i) item.raw[4 + i] = static_cast<std::uint8_t>(index >> (24 - 8 * i));
+        for (int i = 0; i < 4; ++i)
+          item.raw[4 + i] = static_cast<std::uint8_t>(index >> (24 - 8 * i));
       }
       items.push_back(std::move(item));
     }
@@ -224,7 +225,8 @@ ChunkOffsets readChunkOffsets(AtomNode& atom) {
   return table;
 }
 
-void collectChunkOffsets(AtomNode& track, std::vector<ChunkOffsets>& tables, bool& auxiliaryOffsets) {
+void collectChunkOffsets(AtomNode& track, std::vector<ChunkOffsets>& tables,
+                         bool& auxiliaryOffsets) {
   expandOrRefuse(track);
   AtomNode* media = track.child(fourCC("mdia"));
   if (media == nullptr) return;
@@ -324,8 +326,9 @@ Bytes rewriteOrThrow(std::span<const std::uint8_t> movieAtom, std::uint64_t movi
     editKeyedItems(*target, removedKeys, edit.items);
   } else if (!edit.items.empty()) {
     // Right after the movie header, so readers that keep the first value they meet see ours.
-    const auto header = std::find_if(movie.children.begin(), movie.children.end(),
-                                     [](const AtomNode& node) { return node.type == fourCC("mvhd"); });
+    const auto header =
+        std::find_if(movie.children.begin(), movie.children.end(),
+                     [](const AtomNode& node) { return node.type == fourCC("mvhd"); });
     const auto inserted = movie.children.insert(header + 1, makeMetadataAtom());
     editKeyedItems(*inserted, removedKeys, edit.items);
     // The insertion moved the children; the tables point into them again after a new pass.

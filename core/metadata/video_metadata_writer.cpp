@@ -44,19 +44,25 @@ QuickTimeMetadataEdit editFor(const MetadataPatch& patch) {
   if (patch.dateUTC) {
     edit.items.push_back({std::string(kCreationDateKey),
                           ISODate::format(*patch.dateUTC, patch.offsetSeconds.value_or(0))});
-    edit.removeUserData.push_back(fourCC("\xA9" "day"));
+    edit.removeUserData.push_back(
+        fourCC("\xA9"
+               "day"));
     edit.removeKeys.push_back("date");
     edit.creationTime = patch.dateUTC;
   }
   if (patch.location) {
     edit.items.push_back({std::string(kLocationKey), ISO6709::format(*patch.location)});
-    edit.removeUserData.push_back(fourCC("\xA9" "xyz"));
+    edit.removeUserData.push_back(
+        fourCC("\xA9"
+               "xyz"));
     edit.removeUserData.push_back(fourCC("loci"));
     edit.removeKeys.push_back("location");
   }
   if (patch.caption) {
     edit.items.push_back({std::string(kDescriptionKey), *patch.caption});
-    edit.removeUserData.push_back(fourCC("\xA9" "des"));
+    edit.removeUserData.push_back(
+        fourCC("\xA9"
+               "des"));
     edit.removeUserData.push_back(fourCC("desc"));
     edit.removeKeys.push_back("description");
   }

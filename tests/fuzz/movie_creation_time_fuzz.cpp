@@ -20,7 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   double date = 0;
   std::memcpy(&date, data, sizeof date);
   const std::vector<char> before(data + 8, data + size);
-  std::ofstream(scratch, std::ios::binary).write(before.data(), static_cast<std::streamsize>(before.size()));
+  std::ofstream(scratch, std::ios::binary)
+      .write(before.data(), static_cast<std::streamsize>(before.size()));
   try {
     quillmere::QuickTimeAtoms::setMovieCreationTime(date, scratch);
   } catch (const std::system_error&) {

@@ -13,11 +13,13 @@
 
 #include "tests/support/run_command.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/zip_builder.h"
 
 namespace quillmere {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using testing::readFile;
+using testing::writeFile;
 
 void put(Bytes& out, std::uint64_t value, int width) {
   for (int i = width - 1; i >= 0; --i) out.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
@@ -65,16 +67,6 @@ Bytes concat(std::initializer_list<Bytes> parts) {
 
 const Bytes kFileType = atom("ftyp", {'q', 't', ' ', ' ', 0, 0, 2, 0, 'q', 't', ' ', ' '});
 
-void writeFile(const std::filesystem::path& path, const Bytes& bytes) {
-  std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
-                                              static_cast<std::streamsize>(bytes.size()));
-}
-
-Bytes readFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(in), {});
-}
-
 // ffprobe's reading of the movie header's creation time ("" when it states none).
 std::string probedCreationTime(const std::filesystem::path& file) {
   const testing::CommandResult result =
@@ -99,18 +91,19 @@ TEST(QuickTimeAtomsTest, StampsTheMovieHeaderOrLeavesTheFileAlone) {
   const std::vector<Case> cases = {
       {"version 0 header", concat({kFileType, mediaData, atom("moov", movieHeader(0, 0))}), k2021,
        "2021-03-04T09:05:00.000000Z"},
-      {"version 1 header takes 2041", concat({kFileType, atom("moov", movieHeader(1, 0)), mediaData}),
-       k2041, "2041-01-13T13:25:00.000000Z"},
+      {"version 1 header takes 2041",
+       concat({kFileType, atom("moov", movieHeader(1, 0)), mediaData}), k2041,
+       "2041-01-13T13:25:00.000000Z"},
       {"64-bit media data before the movie",
-       concat({kFileType, atom("mdat", Bytes(64, 1), true), atom("moov", movieHeader(0, 0))}), k2021,
-       "2021-03-04T09:05:00.000000Z"},
+       concat({kFileType, atom("mdat", Bytes(64, 1), true), atom("moov", movieHeader(0, 0))}),
+       k2021, "2021-03-04T09:05:00.000000Z"},
       {"version 0 header can't hold 2041",
        concat({kFileType, atom("moov", movieHeader(0, 100)), mediaData}), k2041, ""},
       {"date before 1904", concat({kFileType, atom("moov", movieHeader(1, 100)), mediaData}),
        -2208988800.0 /* 1900 */, ""},
       {"no movie", concat({kFileType, mediaData}), k2021, ""},
-      {"movie without header", concat({kFileType, atom("moov", atom("free", {})), mediaData}), k2021,
-       ""},
+      {"movie without header", concat({kFileType, atom("moov", atom("free", {})), mediaData}),
+       k2021, ""},
   };
   for (const Case& test : cases) {
     SCOPED_TRACE(test.name);
