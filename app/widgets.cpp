@@ -136,6 +136,7 @@ QWidget* makeFinding(const FindingText& finding, QWidget* parent) {
     fix->setObjectName(QStringLiteral("findingFix"));
     textColumn->addWidget(fix);
   }
+  textColumn->addStretch();  // the fix stays right under its text
   layout->addLayout(textColumn, 1);
   return row;
 }
