@@ -33,6 +33,12 @@ QWidget* makeModeSwitch(QButtonGroup* group, QWidget* parent) {
     group->addButton(button, i);
     row->addWidget(button);
   }
+  // The chosen mode in the accent colour, so it reads as chosen in light and dark palettes.
+  box->setStyleSheet(QStringLiteral(
+      "QToolButton { padding: 3px 10px; border: 1px solid palette(mid);"
+      " background: palette(button); color: palette(button-text); }"
+      "QToolButton:checked { background: palette(highlight); color: palette(highlighted-text);"
+      " border-color: palette(highlight); }"));
   group->setExclusive(true);
   group->button(0)->setChecked(true);
   return box;
