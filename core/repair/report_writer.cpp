@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include "core/repair/atomic_file.h"
+#include "core/metadata/atomic_file.h"
 #include "core/repair/pretty_json.h"
 #include "core/sources/quillmere_version.h"
 #include "core/sources/unicode_text.h"
@@ -132,6 +132,12 @@ std::string csvOf(const std::vector<RepairRow>& rows, Predicate keep) {
   return out;
 }
 
+// Replaces whatever an earlier run left there.
+void writeText(const std::filesystem::path& target, const std::string& text) {
+  AtomicFile::write(target, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()},
+                    /*exclusive=*/false);
+}
+
 bool needsALook(const RepairRow& row) {
   return row.status == RepairRow::Status::couldntFix || row.status == RepairRow::Status::failed;
 }
@@ -219,11 +225,10 @@ std::string ReportWriter::readme(const RepairResult& result, const ScanResult& s
 void ReportWriter::write(const RepairResult& result, const ScanResult& scan) {
   const std::filesystem::path& report = result.reportFolder();
   std::filesystem::create_directories(report);
-  AtomicFile::write(report / "changes.csv", csv(result.rows));
-  AtomicFile::write(report / "couldnt-fix.csv", csvOf(result.rows, needsALook));
-  AtomicFile::write(report / "summary.json",
-                    summaryJSON(result, scan, std::chrono::system_clock::now()));
-  AtomicFile::write(result.outputFolder() / "README.txt", readme(result, scan));
+  writeText(report / "changes.csv", csv(result.rows));
+  writeText(report / "couldnt-fix.csv", csvOf(result.rows, needsALook));
+  writeText(report / "summary.json", summaryJSON(result, scan, std::chrono::system_clock::now()));
+  writeText(result.outputFolder() / "README.txt", readme(result, scan));
 }
 
 }  // namespace quillmere

@@ -115,21 +115,7 @@ TEST(RepairRowTest, DecodingRefusesMissingOrMistypedFields) {
 }
 
 TEST(RepairSummaryTest, JSONHasTheFourteenCountersInOrder) {
-  RepairSummary summary;
-  summary.items = 1;
-  summary.files = 2;
-  summary.fixed = 3;
-  summary.unchanged = 4;
-  summary.couldntFix = 5;
-  summary.failed = 6;
-  summary.datesWritten = 7;
-  summary.zonesFromLocation = 8;
-  summary.zonesInferred = 9;
-  summary.zonesGuessed = 10;
-  summary.locationsWritten = 11;
-  summary.captionsWritten = 12;
-  summary.overlaysMerged = 13;
-  summary.xmpFallbacks = -14;
+  const RepairSummary summary = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, -14};
   const ordered_json encoded = summary;
   EXPECT_EQ(
       encoded.dump(),

@@ -1,0 +1,270 @@
+#include "core/repair/overlay_compositor.h"
+
+#include <vips/vips.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <memory>
+
+#include "core/metadata/atomic_file.h"
+#include "core/repair/vips_setup.h"
+#include "core/sources/quillmere_error.h"
+
+namespace quillmere {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The largest photo or overlay, in pixels, that is decoded at all: beyond it a file is more
+// likely a decompression bomb than a memory. Real photos stay well below it; Snapchat overlays
+// are screen-sized.
+constexpr std::int64_t kMostPixels = 100'000'000;
+
+// Shapes within 2 % of the photo's ratio are the same shape: the overlay is stretched.
+constexpr std::int64_t kSameShapeFraction = 50;  // 1 / 0.02
+
+constexpr int kJPEGQuality = 92;
+
+constexpr std::string_view kFittedNote =
+    "Overlay was a different shape from the photo; it was fitted and centered";
+
+// Any libvips failure inside this file; turned into the user-facing error at the top.
+struct VipsFailure {};
+
+struct ObjectUnref {
+  void operator()(void* object) const { g_object_unref(object); }
+};
+using Image = std::unique_ptr<VipsImage, ObjectUnref>;
+using Source = std::unique_ptr<VipsSource, ObjectUnref>;
+
+// Runs the libvips operation `operation(in, &out, args..., NULL)` and owns its result.
+template <typename Operation, typename... Args>
+Image run(Operation operation, const Image& in, Args... args) {
+  VipsImage* out = nullptr;
+  const int status = operation(in.get(), &out, args..., nullptr);
+  Image result(out);
+  if (status != 0 || !result) throw VipsFailure{};
+  return result;
+}
+
+// Opens `path` by its content, whatever its name says. Only the header is read here; pixels
+// are decoded when the result is saved, and a truncated file fails then.
+Image openImage(const fs::path& path) {
+  const Source source(vips_source_new_from_file(path.c_str()));
+  if (!source) throw VipsFailure{};
+  Image image(
+      vips_image_new_from_source(source.get(), "", "fail_on", VIPS_FAIL_ON_TRUNCATED, nullptr));
+  if (!image) throw VipsFailure{};
+  const std::int64_t pixels =
+      static_cast<std::int64_t>(image->Xsize) * static_cast<std::int64_t>(image->Ysize);
+  if (image->Xsize <= 0 || image->Ysize <= 0 || pixels > kMostPixels) throw VipsFailure{};
+  return image;
+}
+
+bool isEightBitRGB(const Image& image) {
+  const VipsInterpretation kind = vips_image_guess_interpretation(image.get());
+  return (kind == VIPS_INTERPRETATION_sRGB || kind == VIPS_INTERPRETATION_RGB) &&
+         image->BandFmt == VIPS_FORMAT_UCHAR && (image->Bands == 3 || image->Bands == 4);
+}
+
+// 8-bit sRGB, with the alpha band if there was one. An embedded profile is applied, since the
+// saved JPEG carries none; greyscale, CMYK and 16-bit pixels are converted.
+Image inSRGB(Image image) {
+  if (vips_image_get_typeof(image.get(), VIPS_META_ICC_NAME)) {
+    VipsImage* out = nullptr;
+    if (vips_icc_transform(image.get(), &out, "srgb", "embedded", TRUE, "depth", 8, nullptr) == 0) {
+      image = Image(out);
+    } else {
+      // A broken profile: read the pixels as they are, like a file without one.
+      vips_error_clear();
+    }
+  }
+  if (isEightBitRGB(image)) return image;
+  image = run(vips_colourspace, image, VIPS_INTERPRETATION_sRGB);
+  if (image->BandFmt != VIPS_FORMAT_UCHAR) image = run(vips_cast, image, VIPS_FORMAT_UCHAR);
+  return image;
+}
+
+// The photo upright, as 8-bit sRGB without alpha. Transparent parts end up black, as they would
+// in a JPEG made from premultiplied pixels.
+Image uprightBase(const Image& photo) {
+  Image base = inSRGB(run(vips_autorot, photo));
+  if (vips_image_hasalpha(base.get())) base = run(vips_flatten, base);
+  if (base->Bands != 3) throw VipsFailure{};
+  return base;
+}
+
+// Where the overlay goes on a W x H base, in whole pixels.
+struct Placement {
+  int x = 0;
+  int y = 0;
+  int width = 0;
+  int height = 0;
+  bool fitted = false;
+};
+
+Placement place(int baseWidth, int baseHeight, int overlayWidth, int overlayHeight) {
+  // |W/H - w/h| / (W/H) <= 2 %, in integers so that exactly 2 % is the same shape.
+  const std::int64_t photoArea = std::int64_t{baseWidth} * overlayHeight;
+  const std::int64_t difference = std::abs(photoArea - std::int64_t{overlayWidth} * baseHeight);
+  if (difference * kSameShapeFraction <= photoArea) {
+    return {0, 0, baseWidth, baseHeight, false};
+  }
+  const double scale = std::min(static_cast<double>(baseWidth) / overlayWidth,
+                                static_cast<double>(baseHeight) / overlayHeight);
+  const double width = scale * overlayWidth;
+  const double height = scale * overlayHeight;
+  Placement placement;
+  placement.fitted = true;
+  placement.x = static_cast<int>(std::lround((baseWidth - width) * 0.5));
+  placement.y = static_cast<int>(std::lround((baseHeight - height) * 0.5));
+  placement.width = std::clamp(static_cast<int>(std::lround(width)), 1, baseWidth - placement.x);
+  placement.height = std::clamp(static_cast<int>(std::lround(height)), 1, baseHeight - placement.y);
+  return placement;
+}
+
+// Clear pixels kept around the visible part of an overlay: the reach of the resampling kernel,
+// so that the part's edges resample exactly like the whole would.
+constexpr int kKernelMargin = 4;
+
+// The rectangle of `layer` (8-bit, alpha last) holding every pixel that is not fully clear,
+// widened by kKernelMargin; empty when the whole layer is clear.
+VipsRect visibleArea(const Image& layer) {
+  const Image alpha = run(vips_extract_band, layer, layer->Bands - 1);
+  std::size_t size = 0;
+  const std::unique_ptr<void, decltype(&g_free)> memory(
+      vips_image_write_to_memory(alpha.get(), &size), g_free);
+  const int width = layer->Xsize;
+  const int height = layer->Ysize;
+  if (!memory || size != static_cast<std::size_t>(width) * static_cast<std::size_t>(height)) {
+    throw VipsFailure{};
+  }
+  const auto* bytes = static_cast<const unsigned char*>(memory.get());
+  int left = width, right = -1, top = height, bottom = -1;
+  for (int y = 0; y < height; ++y) {
+    const unsigned char* row =
+        bytes + static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
+    int first = 0;
+    while (first < width && row[first] == 0) ++first;
+    if (first == width) continue;
+    int last = width - 1;
+    while (row[last] == 0) --last;
+    left = std::min(left, first);
+    right = std::max(right, last);
+    top = std::min(top, y);
+    bottom = y;
+  }
+  if (bottom < 0) return {0, 0, 0, 0};
+  left = std::max(0, left - kKernelMargin);
+  top = std::max(0, top - kKernelMargin);
+  right = std::min(width - 1, right + kKernelMargin);
+  bottom = std::min(height - 1, bottom + kKernelMargin);
+  return {left, top, right - left + 1, bottom - top + 1};
+}
+
+// The overlay's pixels scaled for the placement, premultiplied (so that clear edges don't
+// darken when resampled), and where their top left corner goes on the base.
+struct Layer {
+  Image pixels;
+  int x = 0;
+  int y = 0;
+};
+
+// Only the visible part is resampled: most overlays are a caption or a few stickers on a clear
+// page, and upscaling is the costly step. Nothing when the overlay is clear throughout.
+std::optional<Layer> scaledOverlay(const Image& overlay, const Placement& placement) {
+  Image layer = inSRGB(run(vips_copy, overlay));
+  if (!vips_image_hasalpha(layer.get())) layer = run(vips_addalpha, layer);
+  const VipsRect area = visibleArea(layer);
+  if (area.width == 0) return std::nullopt;
+  const bool whole = area.width == layer->Xsize && area.height == layer->Ysize;
+  const double horizontal = static_cast<double>(placement.width) / layer->Xsize;
+  const double vertical = static_cast<double>(placement.height) / layer->Ysize;
+  if (!whole) {
+    layer = run(vips_extract_area, layer, area.left, area.top, area.width, area.height);
+  }
+  // Premultiplied values fit in 8 bits, and 8-bit pixels resample and blend fastest.
+  const Image premultiplied = run(vips_cast, run(vips_premultiply, layer), VIPS_FORMAT_UCHAR);
+  Layer scaled{run(vips_resize, premultiplied, horizontal, "vscale", vertical, "kernel",
+                   VIPS_KERNEL_LANCZOS3),
+               placement.x, placement.y};
+  if (whole) {
+    // Exactly the placement, whatever the rounding of the scaled size.
+    if (scaled.pixels->Xsize != placement.width || scaled.pixels->Ysize != placement.height) {
+      scaled.pixels = run(vips_embed, scaled.pixels, 0, 0, placement.width, placement.height,
+                          "extend", VIPS_EXTEND_COPY);
+    }
+    return scaled;
+  }
+  // A part with a clear margin: where it falls to the nearest pixel, cut to the placement.
+  scaled.x += static_cast<int>(std::lround(area.left * horizontal));
+  scaled.y += static_cast<int>(std::lround(area.top * vertical));
+  const int right = std::min(scaled.x + scaled.pixels->Xsize, placement.x + placement.width);
+  const int bottom = std::min(scaled.y + scaled.pixels->Ysize, placement.y + placement.height);
+  if (right <= scaled.x || bottom <= scaled.y) return std::nullopt;
+  if (right - scaled.x != scaled.pixels->Xsize || bottom - scaled.y != scaled.pixels->Ysize) {
+    scaled.pixels =
+        run(vips_extract_area, scaled.pixels, 0, 0, right - scaled.x, bottom - scaled.y);
+  }
+  return scaled;
+}
+
+// Blends only the area under the overlay and puts it back into the base: blending works in
+// floating point, and the rest of the photo needs none of it.
+Image merged(const Image& base, const std::optional<Layer>& overlay) {
+  if (!overlay) return run(vips_copy, base);
+  const Image& pixels = overlay->pixels;
+  const Image under =
+      run(vips_extract_area, base, overlay->x, overlay->y, pixels->Xsize, pixels->Ysize);
+  VipsImage* out = nullptr;
+  const int status = vips_composite2(under.get(), pixels.get(), &out, VIPS_BLEND_MODE_OVER,
+                                     "premultiplied", TRUE, nullptr);
+  const Image blended(out);
+  if (status != 0 || !blended) throw VipsFailure{};
+  const Image opaque =
+      run(vips_cast, run(vips_extract_band, blended, 0, "n", 3), VIPS_FORMAT_UCHAR);
+  VipsImage* result = nullptr;
+  const int inserted =
+      vips_insert(base.get(), opaque.get(), &result, overlay->x, overlay->y, nullptr);
+  Image image(result);
+  if (inserted != 0 || !image) throw VipsFailure{};
+  return image;
+}
+
+// Encodes a baseline JPEG without any metadata and writes it to `to` in one piece.
+void saveJPEG(const Image& image, const fs::path& to) {
+  void* buffer = nullptr;
+  std::size_t length = 0;
+  const int status = vips_jpegsave_buffer(image.get(), &buffer, &length, "Q", kJPEGQuality, "strip",
+                                          TRUE, nullptr);
+  const std::unique_ptr<void, decltype(&g_free)> encoded(buffer, g_free);
+  if (status != 0 || !encoded) throw VipsFailure{};
+  AtomicFile::write(to, {static_cast<const std::uint8_t*>(encoded.get()), length},
+                    /*exclusive=*/false);
+}
+
+}  // namespace
+
+std::optional<std::string> OverlayCompositor::composite(const fs::path& main,
+                                                        const fs::path& overlay,
+                                                        const fs::path& to) {
+  try {
+    if (!VipsSetup::prepare()) throw VipsFailure{};
+    const Image photo = openImage(main);
+    const Image sticker = openImage(overlay);
+    const Image base = uprightBase(photo);
+    const Placement placement = place(base->Xsize, base->Ysize, sticker->Xsize, sticker->Ysize);
+    saveJPEG(merged(base, scaledOverlay(sticker, placement)), to);
+    if (placement.fitted) return std::string(kFittedNote);
+    return std::nullopt;
+  } catch (const VipsFailure&) {
+    vips_error_clear();
+  } catch (const std::exception&) {
+    // Out of memory or a file-name problem: the same outcome for the user.
+  }
+  throw QuillmereError::cannotComposite(main.filename().string());
+}
+
+}  // namespace quillmere
