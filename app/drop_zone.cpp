@@ -75,8 +75,12 @@ void DropZone::dragLeaveEvent(QDragLeaveEvent*) { setTargeted(false); }
 void DropZone::dropEvent(QDropEvent* event) {
   setTargeted(false);
   event->acceptProposedAction();
+  drop(event->mimeData()->urls());
+}
+
+void DropZone::drop(const QList<QUrl>& dropped) {
   std::vector<std::filesystem::path> urls;
-  for (const QUrl& url : event->mimeData()->urls()) {
+  for (const QUrl& url : dropped) {
     if (url.isLocalFile()) urls.push_back(toPath(url.toLocalFile()));
   }
   if (!urls.empty()) model_.scan(urls);

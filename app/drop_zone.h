@@ -1,6 +1,8 @@
 #ifndef QUILLMERE_APP_DROP_ZONE_H_
 #define QUILLMERE_APP_DROP_ZONE_H_
 
+#include <QList>
+#include <QUrl>
 #include <QWidget>
 
 namespace quillmere {
@@ -15,6 +17,8 @@ class DropZone : public QWidget {
  public:
   explicit DropZone(RepairModel& model, QWidget* parent = nullptr);
   bool targeted() const { return targeted_; }
+  // What a drop does: scans the local files and folders among `urls`, in their order.
+  void drop(const QList<QUrl>& urls);
 
  protected:
   void paintEvent(QPaintEvent* event) override;

@@ -1,9 +1,11 @@
 #include <QLabel>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QPushButton>
 #include <QTest>
 
 #include "app/done_view.h"
+#include "app/drop_zone.h"
 #include "app/main_window.h"
 #include "app/repair_model.h"
 #include "app/repair_view.h"
@@ -112,6 +114,28 @@ class ViewsTest : public QObject {
     QVERIFY(texts(&window).contains(
         QStringLiteral("A complete, browsable copy of your Google Photos on your own drive.")));
     QVERIFY(std::holds_alternative<StageCase::Empty>(model.stage()));
+  }
+
+  // Dropped files and folders are scanned in drop order; the outline follows the drag.
+  void dropZoneScansWhatIsDropped() {
+    RepairModel model(fakeBackend(fakeScan({})));
+    MainWindow window(model);
+    DropZone* zone = window.repairView()->dropZone();
+    QMimeData data;
+    data.setUrls({QUrl::fromLocalFile(QStringLiteral("/d/takeout-002.zip")),
+                  QUrl::fromLocalFile(QStringLiteral("/d/takeout-001.zip")),
+                  QUrl(QStringLiteral("https://example.org/not-a-file.zip"))});
+    QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(zone, &enter);
+    QVERIFY(zone->targeted());
+    QDragLeaveEvent leave;
+    QCoreApplication::sendEvent(zone, &leave);
+    QVERIFY(!zone->targeted());
+    zone->drop(data.urls());
+    QVERIFY(std::holds_alternative<StageCase::Scanning>(model.stage()));
+    QCOMPARE(model.inputs(),
+             (std::vector<std::filesystem::path>{"/d/takeout-002.zip", "/d/takeout-001.zip"}));
+    QTRY_VERIFY(std::holds_alternative<StageCase::Scanned>(model.stage()));
   }
 
   void summaryTexts_data() {
