@@ -23,7 +23,8 @@ build: deps
 	cmake --build $(BUILD_DIR)/debug -j $(JOBS)
 
 release: deps
-	cmake -S . -B $(BUILD_DIR)/release $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release -DQUILLMERE_BENCH=ON
+	cmake -S . -B $(BUILD_DIR)/release $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release -DQUILLMERE_BENCH=ON \
+	  -DQUILLMERE_HEADER_CHECK=OFF
 	cmake --build $(BUILD_DIR)/release -j $(JOBS)
 
 test: build
@@ -38,7 +39,8 @@ bench: release
 
 fuzz-build: deps
 	CC=clang CXX=clang++ cmake -S . -B $(BUILD_DIR)/fuzz $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-	  -DQUILLMERE_FUZZ=ON -DQUILLMERE_TESTS=OFF -DQUILLMERE_APP=OFF
+	  -DQUILLMERE_FUZZ=ON -DQUILLMERE_TESTS=OFF -DQUILLMERE_APP=OFF \
+	  -DQUILLMERE_HEADER_CHECK=OFF
 	cmake --build $(BUILD_DIR)/fuzz -j $(JOBS)
 
 fuzz: fuzz-build

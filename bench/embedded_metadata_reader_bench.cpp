@@ -30,15 +30,6 @@ std::int64_t bytesReadSoFar() {
   return 0;
 }
 
-std::vector<fs::path> filesIn(const fs::path& folder) {
-  std::vector<fs::path> files;
-  for (const auto& entry : fs::directory_iterator(folder)) {
-    if (entry.is_regular_file()) files.push_back(entry.path());
-  }
-  std::sort(files.begin(), files.end());
-  return files;
-}
-
 const testing::TempDir& scratch() {
   static const testing::TempDir dir;
   return dir;
@@ -55,7 +46,7 @@ fs::path copies(const fs::path& base, const std::string& folder, int count) {
 }
 
 std::vector<fs::path> photos() {
-  if (const char* folder = std::getenv("QUILLMERE_BENCH_PHOTOS")) return filesIn(folder);
+  if (const char* folder = std::getenv("QUILLMERE_BENCH_PHOTOS")) return testing::filesIn(folder);
   static const fs::path folder = [] {
     const fs::path base = scratch() / "base.jpg";
     testing::makePhoto(base, testing::PhotoFormat::jpeg, 2400, 1700, /*noisy=*/true);
@@ -66,11 +57,11 @@ std::vector<fs::path> photos() {
                          "-IPTC:Keywords=Paris", "-Make=Quillmere", "-Model=Bench"}});
     return copies(base, "photos", 200);
   }();
-  return filesIn(folder);
+  return testing::filesIn(folder);
 }
 
 std::vector<fs::path> movies() {
-  if (const char* folder = std::getenv("QUILLMERE_BENCH_MOVIES")) return filesIn(folder);
+  if (const char* folder = std::getenv("QUILLMERE_BENCH_MOVIES")) return testing::filesIn(folder);
   static const fs::path folder = [] {
     const fs::path base = scratch() / "base.mp4";
     testing::makeMovie(base, 640, 480, {{"creation_time", "2021-03-04T10:05:00Z"}});
@@ -79,7 +70,7 @@ std::vector<fs::path> movies() {
          {"-Keys:CreationDate=2021-03-04T10:05:00+0100", "-Keys:GPSCoordinates=48.8577, 2.2945"}});
     return copies(base, "movies", 100);
   }();
-  return filesIn(folder);
+  return testing::filesIn(folder);
 }
 
 void readAll(benchmark::State& state, const std::vector<fs::path>& files, bool movie) {

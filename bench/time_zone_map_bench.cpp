@@ -126,7 +126,7 @@ void BM_ZoneNamePerCallMedian(benchmark::State& state) {
 BENCHMARK(BM_ZoneNamePerCallMedian)->Iterations(3)->Unit(benchmark::kMillisecond);
 
 Bytes shippedBytes() {
-  return testing::readFile(ResourceFolder::locate() / TimeZoneMap::kFileName);
+  return testing::readFile(ResourceFolder::find(TimeZoneMap::kFileName).file.value());
 }
 
 // First use: decompress, validate and index the grid already read into memory.
@@ -141,7 +141,7 @@ BENCHMARK(BM_FirstUseFromBytes)->Unit(benchmark::kMillisecond)->Iterations(20);
 
 // First use including reading the file.
 void BM_FirstUseFromFile(benchmark::State& state) {
-  const auto file = ResourceFolder::locate() / TimeZoneMap::kFileName;
+  const auto file = ResourceFolder::find(TimeZoneMap::kFileName).file.value();
   for (auto _ : state) benchmark::DoNotOptimize(TimeZoneMap::load(file));
 }
 BENCHMARK(BM_FirstUseFromFile)->Unit(benchmark::kMillisecond)->Iterations(20);

@@ -6,10 +6,10 @@
 
 namespace quillmere::cli {
 
-// Exit codes shared by every subcommand.
-inline constexpr int kExitOk = 0;
-inline constexpr int kExitDamaged = 1;  // the run worked but found damage
-inline constexpr int kExitFailed = 2;   // run-level failure or bad usage
+// Exit codes, the same in every command.
+inline constexpr int kExitOk = 0;       // all went well
+inline constexpr int kExitDamaged = 1;  // some files had problems; the rest was done
+inline constexpr int kExitFailed = 2;   // the command could not run (usage, export, resources)
 
 // Each subcommand receives the arguments after its own name.
 int runList(std::span<const std::string> args);

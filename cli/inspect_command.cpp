@@ -1,14 +1,18 @@
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <system_error>
 #include <vector>
 
+#include "cli/arguments.h"
 #include "cli/commands.h"
 #include "core/dates/iso_date.h"
 #include "core/metadata/embedded_metadata_reader.h"
-#include "core/scan/media_kind.h"
+#include "core/sources/file_io.h"
+#include "core/sources/media_kind.h"
 
 namespace quillmere::cli {
 namespace {
@@ -30,7 +34,7 @@ constexpr const char* kInspectHelp =
     "\"metadata\" is null when the file can't be read as the kind it claims to be.\n"
     "Nothing is changed.\n"
     "\n"
-    "Exit status: 0 every file was there, 1 some file doesn't exist, 2 bad usage.\n";
+    "A file that doesn't exist or can't be opened is named on stderr (exit status 1).\n";
 
 using Json = nlohmann::ordered_json;
 
@@ -71,36 +75,43 @@ Json metadataJson(const EmbeddedMetadata& metadata) {
   return json;
 }
 
+// Says on stderr why `file` can't be read, if it can't; true when it can.
+bool canOpen(const std::string& file) {
+  std::error_code error;
+  if (!std::filesystem::exists(std::filesystem::symlink_status(file, error))) {
+    std::fprintf(stderr, "quillmere-cli: no such file or folder: %s\n", file.c_str());
+    return false;
+  }
+  try {
+    if (FileDescriptor::openForReading(file).status().regular) return true;
+    std::fprintf(stderr, "quillmere-cli: couldn't open %s: %s\n", file.c_str(),
+                 std::strerror(EISDIR));
+  } catch (const std::system_error& failure) {
+    std::fprintf(stderr, "quillmere-cli: couldn't open %s: %s\n", file.c_str(),
+                 std::strerror(failure.code().value()));
+  }
+  return false;
+}
+
 }  // namespace
 
 int runInspect(std::span<const std::string> args) {
-  std::vector<std::string> files;
-  bool onlyFiles = false;
-  for (const std::string& arg : args) {
-    if (!onlyFiles && (arg == "--help" || arg == "-h")) {
+  const Arguments split = splitArguments(args);
+  for (const std::string& option : split.options) {
+    if (option == "--help" || option == "-h") {
       std::fputs(kInspectHelp, stdout);
       return kExitOk;
-    } else if (!onlyFiles && arg == "--") {
-      onlyFiles = true;
-    } else if (!onlyFiles && arg.starts_with("--")) {
-      std::fprintf(stderr, "quillmere-cli inspect: unknown option '%s'\n\n%s", arg.c_str(),
-                   kInspectHelp);
-      return kExitFailed;
-    } else {
-      files.push_back(arg);
     }
+    return unknownOption("inspect", option);
   }
+  const std::vector<std::string>& files = split.inputs;
   if (files.empty()) {
     std::fputs(kInspectHelp, stderr);
     return kExitFailed;
   }
   int status = kExitOk;
   for (const std::string& file : files) {
-    std::error_code error;
-    if (!std::filesystem::exists(file, error)) {
-      std::fprintf(stderr, "quillmere-cli inspect: %s: no such file\n", file.c_str());
-      status = kExitDamaged;
-    }
+    if (!canOpen(file)) status = kExitDamaged;
     const MediaKind kind = mediaKindOf(file);
     const std::optional<EmbeddedMetadata> metadata = EmbeddedMetadataReader::read(file, kind);
     Json line = Json::object();

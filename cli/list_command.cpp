@@ -1,9 +1,11 @@
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <string>
 #include <vector>
 
+#include "cli/arguments.h"
 #include "cli/commands.h"
 #include "cli/progress_bar.h"
 #include "core/sources/source_collector.h"
@@ -23,8 +25,8 @@ constexpr const char* kListHelp =
     "            a download check; damaged files are reported on stderr\n"
     "  --quiet   no progress while checking\n"
     "\n"
-    "Exit status: 0 all well, 1 damaged files found (with --check), 2 the export couldn't\n"
-    "be read.\n";
+    "Damaged files (with --check) and inputs that don't exist are named on stderr and give\n"
+    "exit status 1; an export that can't be read gives 2.\n";
 
 struct ListOptions {
   bool check = false;
@@ -34,8 +36,9 @@ struct ListOptions {
 
 // Reads every file in full; prints one line per damaged file and a closing count.
 int checkFiles(const std::vector<SourceFilePtr>& files, bool quiet) {
+  // Sizes come from the export and may lie: every sum saturates.
   std::int64_t total = 0;
-  for (const SourceFilePtr& file : files) total += file->size();
+  for (const SourceFilePtr& file : files) total = saturatingAdd(total, file->size());
   ProgressBar progress(quiet);
   std::int64_t done = 0;
   int damaged = 0;
@@ -43,7 +46,7 @@ int checkFiles(const std::vector<SourceFilePtr>& files, bool quiet) {
     const std::int64_t before = done;
     try {
       file->stream([&](std::span<const std::uint8_t> chunk) {
-        done += static_cast<std::int64_t>(chunk.size());
+        done = saturatingAdd(done, static_cast<std::int64_t>(chunk.size()));
         progress.update("Checking", done, total, ProgressBar::Unit::bytes);
       });
     } catch (const std::exception& error) {
@@ -51,7 +54,7 @@ int checkFiles(const std::vector<SourceFilePtr>& files, bool quiet) {
       std::fprintf(stderr, "%s: %s\n", file->displayLocation().c_str(), error.what());
       ++damaged;
     }
-    done = before + file->size();
+    done = saturatingAdd(before, file->size());
   }
   progress.finish();
   const std::size_t count = files.size();
@@ -69,25 +72,25 @@ int checkFiles(const std::vector<SourceFilePtr>& files, bool quiet) {
 
 int runList(std::span<const std::string> args) {
   ListOptions options;
-  for (const std::string& arg : args) {
-    if (arg == "--help" || arg == "-h") {
+  const Arguments split = splitArguments(args);
+  for (const std::string& option : split.options) {
+    if (option == "--help" || option == "-h") {
       std::fputs(kListHelp, stdout);
       return kExitOk;
-    } else if (arg == "--check") {
+    } else if (option == "--check") {
       options.check = true;
-    } else if (arg == "--quiet") {
+    } else if (option == "--quiet") {
       options.quiet = true;
-    } else if (arg.starts_with("--")) {
-      std::fprintf(stderr, "quillmere-cli list: unknown option '%s'\n\n%s", arg.c_str(), kListHelp);
-      return kExitFailed;
     } else {
-      options.inputs.emplace_back(arg);
+      return unknownOption("list", option);
     }
   }
+  options.inputs.assign(split.inputs.begin(), split.inputs.end());
   if (options.inputs.empty()) {
     std::fputs(kListHelp, stderr);
     return kExitFailed;
   }
+  const bool allThere = allExist(options.inputs);
   std::vector<SourceFilePtr> files;
   try {
     files = SourceCollector::collect(options.inputs);
@@ -100,7 +103,8 @@ int runList(std::span<const std::string> args) {
                 file->displayLocation().c_str());
   }
   std::fflush(stdout);
-  return options.check ? checkFiles(files, options.quiet) : kExitOk;
+  const int status = options.check ? checkFiles(files, options.quiet) : kExitOk;
+  return allThere ? status : std::max(status, kExitDamaged);
 }
 
 }  // namespace quillmere::cli

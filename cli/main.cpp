@@ -37,7 +37,14 @@ void printUsage(std::FILE* out) {
     std::fprintf(out, "  %-8.*s %.*s\n", static_cast<int>(command.name.size()), command.name.data(),
                  static_cast<int>(command.summary.size()), command.summary.data());
   }
-  std::fputs("\nRun 'quillmere-cli COMMAND --help' for a command's options.\n", out);
+  std::fputs(
+      "\nRun 'quillmere-cli COMMAND --help' for a command's options.\n"
+      "\nExit status, the same for every command:\n"
+      "  0  all went well\n"
+      "  1  some files had problems (missing, unreadable or damaged); the rest was done\n"
+      "  2  the command could not run (bad usage, an export that can't be read, nothing\n"
+      "     found, a missing data file)\n",
+      out);
 }
 
 }  // namespace

@@ -45,18 +45,26 @@ void ProgressBar::update(const std::string& phase, std::int64_t done, std::int64
   const auto now = Clock::now();
   const bool newPhase = phase != phase_;
   if (newPhase) {
+    flushPending();
     phase_ = phase;
     phaseStart_ = now;
   }
   const bool last = total > 0 && done >= total;
   const auto interval = terminal_ ? std::chrono::duration_cast<Clock::duration>(kTerminalInterval)
                                   : std::chrono::duration_cast<Clock::duration>(kPlainInterval);
-  // A pipe gets no final line per phase: the next phase or the result follows at once.
-  const bool due = newPhase || now - lastDraw_ >= interval || (terminal_ && last);
-  if (!due) return;
+  const std::string line = render(done, total, unit, now);
+  if (!(newPhase || now - lastDraw_ >= interval || (terminal_ && last))) {
+    // On a pipe, the phase's last report is printed when the phase ends, whichever it was.
+    pending_ = line;
+    return;
+  }
+  pending_.reset();
   lastDraw_ = now;
+  draw(line);
+}
+
+void ProgressBar::draw(const std::string& line) {
   drawn_ = true;
-  const std::string line = render(done, total, unit);
   if (terminal_) {
     std::fprintf(out_, "\r\033[2K%s", line.c_str());
   } else {
@@ -65,7 +73,13 @@ void ProgressBar::update(const std::string& phase, std::int64_t done, std::int64
   std::fflush(out_);
 }
 
-std::string ProgressBar::render(std::int64_t done, std::int64_t total, Unit unit) const {
+void ProgressBar::flushPending() {
+  if (pending_ && !terminal_) draw(*pending_);
+  pending_.reset();
+}
+
+std::string ProgressBar::render(std::int64_t done, std::int64_t total, Unit unit,
+                                Clock::time_point now) const {
   std::string line = phase_;
   if (total > 0) {
     const double fraction =
@@ -77,7 +91,7 @@ std::string ProgressBar::render(std::int64_t done, std::int64_t total, Unit unit
     }
     line += " " + formatCount(done, unit) + " of " + formatCount(total, unit);
   }
-  const double seconds = std::chrono::duration<double>(Clock::now() - phaseStart_).count();
+  const double seconds = std::chrono::duration<double>(now - phaseStart_).count();
   if (seconds >= 1 && done > 0) {
     const auto rate = static_cast<std::int64_t>(static_cast<double>(done) / seconds);
     line += ", " + formatCount(rate, unit) + (unit == Unit::bytes ? "/s" : " per second");
@@ -86,7 +100,9 @@ std::string ProgressBar::render(std::int64_t done, std::int64_t total, Unit unit
 }
 
 void ProgressBar::finish() {
-  if (quiet_ || !terminal_ || !drawn_) return;
+  if (quiet_) return;
+  flushPending();
+  if (!terminal_ || !drawn_) return;
   std::fputs("\r\033[2K", out_);
   std::fflush(out_);
   drawn_ = false;

@@ -2,6 +2,7 @@
 #include <exception>
 #include <nlohmann/json.hpp>
 
+#include "cli/arguments.h"
 #include "cli/commands.h"
 #include "cli/progress_bar.h"
 #include "cli/scan_summary_text.h"
@@ -22,8 +23,8 @@ constexpr const char* kScanHelp =
     "  --json    print one JSON object instead: kind, inputs and every counter\n"
     "  --quiet   no progress on stderr\n"
     "\n"
-    "Exit status: 0 media were found, 2 the export couldn't be read or holds no photos or\n"
-    "videos.\n";
+    "An input that doesn't exist is named on stderr and the others are scanned (exit\n"
+    "status 1); an export that can't be read or holds no photos or videos gives 2.\n";
 
 nlohmann::json scanJson(const ScanResult& result) {
   nlohmann::json inputs = nlohmann::json::array();
@@ -35,26 +36,25 @@ nlohmann::json scanJson(const ScanResult& result) {
 
 int runScan(std::span<const std::string> args) {
   bool json = false, quiet = false;
-  std::vector<std::filesystem::path> inputs;
-  for (const std::string& arg : args) {
-    if (arg == "--help" || arg == "-h") {
+  const Arguments split = splitArguments(args);
+  for (const std::string& option : split.options) {
+    if (option == "--help" || option == "-h") {
       std::fputs(kScanHelp, stdout);
       return kExitOk;
-    } else if (arg == "--json") {
+    } else if (option == "--json") {
       json = true;
-    } else if (arg == "--quiet") {
+    } else if (option == "--quiet") {
       quiet = true;
-    } else if (arg.starts_with("--")) {
-      std::fprintf(stderr, "quillmere-cli scan: unknown option '%s'\n\n%s", arg.c_str(), kScanHelp);
-      return kExitFailed;
     } else {
-      inputs.emplace_back(arg);
+      return unknownOption("scan", option);
     }
   }
+  const std::vector<std::filesystem::path> inputs(split.inputs.begin(), split.inputs.end());
   if (inputs.empty()) {
     std::fputs(kScanHelp, stderr);
     return kExitFailed;
   }
+  const bool allThere = allExist(inputs);
   ScanResultPtr result;
   {
     ProgressBar bar(quiet);
@@ -76,7 +76,7 @@ int runScan(std::span<const std::string> args) {
   } else {
     std::fputs(scanSummaryText(*result).c_str(), stdout);
   }
-  return kExitOk;
+  return allThere ? kExitOk : kExitDamaged;
 }
 
 }  // namespace quillmere::cli

@@ -1,5 +1,6 @@
 #include <charconv>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -7,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "cli/arguments.h"
 #include "cli/commands.h"
 #include "core/dates/time_zone_map.h"
 
@@ -23,8 +25,8 @@ constexpr const char* kZoneHelp =
     "With an ISO 8601 instant (2021-03-04T10:05:00Z or 2021-03-04T12:05:00+02:00), also\n"
     "prints that zone's offset from UTC at that instant, daylight saving included, as +HH:MM.\n"
     "\n"
-    "Exit status: 0 looked up (a zone or none), 1 the system lacks the zone's rules for\n"
-    "the offset, 2 bad arguments.\n";
+    "Exit status 1 when the system lacks the zone's rules for the offset; 2 for a position\n"
+    "off the globe or a missing time zone grid.\n";
 
 // A whole decimal number in the POSIX notation (also "nan" and "inf"), nothing around it.
 std::optional<double> parseNumber(std::string_view text) {
@@ -92,14 +94,18 @@ std::string formatOffset(int seconds) {
   return text;
 }
 
-std::optional<std::string> lookUp(double latitude, double longitude) {
+// The program's map; null after telling why on stderr (a broken installation).
+const TimeZoneMap* sharedMap() {
   const TimeZoneMap* map = TimeZoneMap::shared();
-  return map ? map->zoneName(latitude, longitude) : std::nullopt;
+  if (!map) std::fprintf(stderr, "quillmere-cli: %s\n", TimeZoneMap::sharedError().c_str());
+  return map;
 }
 
 // Undocumented, for the accuracy check: one "LATITUDE LONGITUDE" per stdin line, one zone
 // (or "none") per stdout line.
 int runBatch() {
+  const TimeZoneMap* map = sharedMap();
+  if (!map) return kExitFailed;
   std::string line;
   std::string out;
   while (std::getline(std::cin, line)) {
@@ -110,7 +116,7 @@ int runBatch() {
       longitude = parseNumber(std::string_view(line).substr(space + 1));
     }
     std::optional<std::string> zone;
-    if (latitude && longitude) zone = lookUp(*latitude, *longitude);
+    if (latitude && longitude) zone = map->zoneName(*latitude, *longitude);
     out += zone ? *zone : "none";
     out += '\n';
     if (out.size() > 1 << 16) {
@@ -131,15 +137,22 @@ int runZone(std::span<const std::string> args) {
     return kExitOk;
   }
   if (args.size() == 1 && args[0] == "--batch") return runBatch();
+  for (const std::string& arg : args) {
+    // Negative numbers are positions; anything else beginning with "-" is a mistyped option.
+    if (arg.size() > 1 && arg.front() == '-' && !parseNumber(arg))
+      return unknownOption("zone", arg);
+  }
   if (args.size() < 2 || args.size() > 3) {
     std::fputs(kZoneHelp, stderr);
     return kExitFailed;
   }
   const std::optional<double> latitude = parseNumber(args[0]);
   const std::optional<double> longitude = parseNumber(args[1]);
-  if (!latitude || !longitude) {
-    std::fprintf(stderr, "quillmere-cli zone: not a position: %s %s\n", args[0].c_str(),
-                 args[1].c_str());
+  if (!latitude || !longitude || !(std::abs(*latitude) <= 90) || !(std::abs(*longitude) <= 180)) {
+    std::fprintf(stderr,
+                 "quillmere-cli zone: not a position: %s %s (latitude -90 to 90, longitude -180 "
+                 "to 180)\n",
+                 args[0].c_str(), args[1].c_str());
     return kExitFailed;
   }
   std::optional<double> instant;
@@ -150,7 +163,9 @@ int runZone(std::span<const std::string> args) {
       return kExitFailed;
     }
   }
-  const std::optional<std::string> zone = lookUp(*latitude, *longitude);
+  const TimeZoneMap* map = sharedMap();
+  if (!map) return kExitFailed;
+  const std::optional<std::string> zone = map->zoneName(*latitude, *longitude);
   if (!zone) {
     std::puts("none");
     return kExitOk;

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/scan/raw_value.h"
+#include "core/sources/raw_value.h"
 
 namespace quillmere {
 

@@ -1,7 +1,6 @@
 #include "core/dates/resource_folder.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <system_error>
 
@@ -25,10 +24,10 @@ bool isInside(const fs::path& folder, const fs::path& root) {
 }  // namespace
 
 std::vector<fs::path> candidates() {
-  std::vector<fs::path> folders;
   if (const char* override = std::getenv("QUILLMERE_RESOURCES"); override && *override) {
-    folders.emplace_back(override);
+    return {fs::path(override)};
   }
+  std::vector<fs::path> folders;
   const fs::path sourceResources = fs::path(QUILLMERE_SOURCE_RESOURCES).lexically_normal();
   const fs::path sourceRoot = sourceResources.parent_path();
   const fs::path executable = executableFolder();
@@ -46,18 +45,18 @@ std::vector<fs::path> candidates() {
   return folders;
 }
 
-std::optional<fs::path> firstExisting(const std::vector<fs::path>& folders) {
+Lookup find(std::string_view fileName, const std::vector<fs::path>& folders) {
   for (const fs::path& folder : folders) {
     std::error_code error;
-    if (fs::is_directory(folder, error)) return folder;
+    const fs::path file = folder / fileName;
+    if (fs::is_regular_file(file, error)) return {file, ""};
   }
-  return std::nullopt;
-}
-
-fs::path locate() {
-  if (std::optional<fs::path> folder = firstExisting(candidates())) return *folder;
-  std::fputs("unable to find bundle named Quillmere_QuillmereCore\n", stderr);
-  std::abort();
+  std::string error = "Quillmere's data file " + std::string(fileName) + " is missing. Looked in:";
+  for (const fs::path& folder : folders) error += "\n  " + folder.string();
+  if (folders.empty()) error += " nowhere";
+  error += "\nReinstall Quillmere, or set QUILLMERE_RESOURCES to the folder that holds " +
+           std::string(fileName) + ".";
+  return {std::nullopt, error};
 }
 
 }  // namespace quillmere::ResourceFolder

@@ -3,30 +3,38 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace quillmere {
 
-// Where the core's data files (the time zone grid and its notice) are installed.
+// Where the core's data files (the time zone grid and its notice) are installed. The library
+// only reports a missing file; the command line and the app decide whether that ends the run.
 namespace ResourceFolder {
 
-// The folders to search, best first:
-//   1. the folder named by the environment variable QUILLMERE_RESOURCES, when set and not empty;
-//   2. a "resources" folder beside the running executable, or beside one of its parent
+// The folders to search, best first. When the environment variable QUILLMERE_RESOURCES is set
+// and not empty, it names the only folder: an explicit choice is never second-guessed.
+// Otherwise:
+//   1. a "resources" folder beside the running executable, or beside one of its parent
 //      folders while those lie inside the source tree (so every build folder finds the
 //      checked-out resources);
-//   3. "../share/quillmere" relative to the executable's folder (a moved installation);
-//   4. the share folder of the configured installation prefix;
-//   5. the source tree's "resources" folder.
+//   2. "../share/quillmere" relative to the executable's folder (a moved installation);
+//   3. the share folder of the configured installation prefix;
+//   4. the source tree's "resources" folder.
 std::vector<std::filesystem::path> candidates();
 
-// The first of `folders` that exists as a folder; absent if none does.
-std::optional<std::filesystem::path> firstExisting(
-    const std::vector<std::filesystem::path>& folders);
+// Where a resource was found, or why it wasn't.
+struct Lookup {
+  std::optional<std::filesystem::path> file;  // the resource, when found
+  std::string error;  // otherwise what is missing, every folder looked in, and what to do
 
-// The first existing folder of candidates(). When there is none, the installation is broken:
-// prints "unable to find bundle named Quillmere_QuillmereCore" to stderr and aborts.
-std::filesystem::path locate();
+  bool operator==(const Lookup&) const = default;
+};
+
+// The regular file `fileName` in the first of `folders` that holds one.
+Lookup find(std::string_view fileName, const std::vector<std::filesystem::path>& folders);
+inline Lookup find(std::string_view fileName) { return find(fileName, candidates()); }
 
 }  // namespace ResourceFolder
 

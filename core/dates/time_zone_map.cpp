@@ -7,11 +7,11 @@
 #include <cmath>
 #include <cstring>
 #include <exception>
-#include <fstream>
 #include <iterator>
 #include <system_error>
 
 #include "core/dates/resource_folder.h"
+#include "core/sources/file_io.h"
 #include "core/sources/unicode_text.h"
 
 namespace quillmere {
@@ -86,23 +86,38 @@ std::int64_t wrap(std::int64_t column, std::int64_t cols) {
 
 }  // namespace
 
-const TimeZoneMap* TimeZoneMap::shared() {
+namespace {
+
+struct SharedMap {
+  std::unique_ptr<const TimeZoneMap> map;
+  std::string error;
+};
+
+const SharedMap& sharedMap() {
   // A function-local static: built once, and concurrent first callers wait for it.
-  static const std::unique_ptr<const TimeZoneMap> map = load(ResourceFolder::locate() / kFileName);
-  return map.get();
+  static const SharedMap shared = [] {
+    SharedMap result;
+    const ResourceFolder::Lookup lookup = ResourceFolder::find(TimeZoneMap::kFileName);
+    if (!lookup.file) {
+      result.error = lookup.error;
+    } else if (!(result.map = TimeZoneMap::load(*lookup.file))) {
+      result.error = "Quillmere's time zone grid " + lookup.file->string() +
+                     " can't be read or is damaged. Reinstall Quillmere.";
+    }
+    return result;
+  }();
+  return shared;
 }
+
+}  // namespace
+
+const TimeZoneMap* TimeZoneMap::shared() { return sharedMap().map.get(); }
+
+const std::string& TimeZoneMap::sharedError() { return sharedMap().error; }
 
 std::unique_ptr<const TimeZoneMap> TimeZoneMap::load(const std::filesystem::path& file) {
   try {
-    std::ifstream in(file, std::ios::binary);
-    if (!in) return nullptr;
-    in.seekg(0, std::ios::end);
-    const std::streamoff size = in.tellg();
-    if (size < 0 || static_cast<std::uintmax_t>(size) > kMaxFileBytes) return nullptr;
-    in.seekg(0, std::ios::beg);
-    Bytes compressed(static_cast<std::size_t>(size));
-    if (!in.read(reinterpret_cast<char*>(compressed.data()), size)) return nullptr;
-    return std::make_unique<const TimeZoneMap>(compressed);
+    return std::make_unique<const TimeZoneMap>(FileIO::readFile(file, kMaxFileBytes));
   } catch (const std::exception&) {
     return nullptr;
   }

@@ -30,10 +30,12 @@ class TimeZoneMap {
   static constexpr const char* kFileName = "tzgrid.zlib";
 
   // The program's map, built on first use (safe when several threads ask at once) from
-  // kFileName in ResourceFolder::locate(). Null when the file is missing, unreadable or
-  // damaged; it then stays null for the rest of the run. Aborts with the resource folder's
-  // message when no resource folder exists at all (a broken installation).
+  // kFileName as ResourceFolder::find() locates it. Null when the file is missing, unreadable or
+  // damaged; it then stays null for the rest of the run and sharedError() says why.
   static const TimeZoneMap* shared();
+  // Why shared() is null, for the user: what is missing or damaged and where it was looked
+  // for. Empty when the map loaded.
+  static const std::string& sharedError();
 
   // Builds a map from the zlib-compressed grid. Throws std::system_error with
   // std::errc::illegal_byte_sequence when the bytes don't inflate, hold fewer than 23 bytes,

@@ -10,7 +10,7 @@
 #include "core/metadata/embedded_metadata.h"
 #include "core/metadata/image_properties.h"
 #include "core/metadata/movie_properties.h"
-#include "core/scan/media_kind.h"
+#include "core/sources/media_kind.h"
 
 namespace quillmere {
 

@@ -1,7 +1,11 @@
 #include "core/metadata/heif_container.h"
 
+#include <algorithm>
 #include <map>
+#include <string>
 #include <vector>
+
+#include "core/metadata/iso_boxes.h"
 
 namespace quillmere::HeifContainer {
 namespace {
@@ -9,88 +13,14 @@ namespace {
 constexpr std::uint64_t kMaxMetaBox = 16 << 20;
 constexpr std::uint64_t kMaxItem = 16 << 20;
 constexpr int kMaxTopLevelBoxes = 64;
+// Extents a file may make us walk, whatever its counts claim: far above any real image (a grid
+// of tiles has a few hundred), far below what costs noticeable time.
+constexpr std::uint64_t kMaxExtentsPerFile = 1 << 16;
 
-constexpr std::uint32_t fourCC(const char (&code)[5]) {
-  return static_cast<std::uint32_t>(static_cast<unsigned char>(code[0])) << 24 |
-         static_cast<std::uint32_t>(static_cast<unsigned char>(code[1])) << 16 |
-         static_cast<std::uint32_t>(static_cast<unsigned char>(code[2])) << 8 |
-         static_cast<std::uint32_t>(static_cast<unsigned char>(code[3]));
-}
-
-// A big-endian cursor over untrusted bytes: every read checks the bounds and a failed read
-// leaves the cursor failed, so a parser can read a run of fields and test once.
-class Cursor {
- public:
-  explicit Cursor(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
-
-  bool ok() const { return ok_; }
-  std::size_t position() const { return position_; }
-  std::size_t remaining() const { return ok_ ? bytes_.size() - position_ : 0; }
-
-  std::uint64_t uint(int width) {
-    if (!ok_ || width < 0 || width > 8 || remaining() < static_cast<std::size_t>(width)) {
-      ok_ = false;
-      return 0;
-    }
-    std::uint64_t value = 0;
-    for (int i = 0; i < width; ++i) value = value << 8 | bytes_[position_++];
-    return value;
-  }
-  std::uint8_t u8() { return static_cast<std::uint8_t>(uint(1)); }
-  std::uint16_t u16() { return static_cast<std::uint16_t>(uint(2)); }
-  std::uint32_t u32() { return static_cast<std::uint32_t>(uint(4)); }
-  void skip(std::size_t count) {
-    if (remaining() < count) ok_ = false;
-    if (ok_) position_ += count;
-  }
-  // A NUL-terminated string; the NUL is consumed. A missing NUL fails the cursor.
-  std::string string() {
-    std::string text;
-    while (ok_ && remaining() > 0) {
-      const char c = static_cast<char>(bytes_[position_++]);
-      if (c == '\0') return text;
-      text += c;
-    }
-    ok_ = false;
-    return text;
-  }
-  std::span<const std::uint8_t> take(std::size_t count) {
-    if (remaining() < count) {
-      ok_ = false;
-      return {};
-    }
-    const std::span<const std::uint8_t> part = bytes_.subspan(position_, count);
-    position_ += count;
-    return part;
-  }
-
- private:
-  std::span<const std::uint8_t> bytes_;
-  std::size_t position_ = 0;
-  bool ok_ = true;
-};
-
-struct Box {
-  std::uint32_t type = 0;
-  std::span<const std::uint8_t> payload;
-};
-
-// The boxes laid end to end in `bytes`; stops at the first malformed header.
-std::vector<Box> childBoxes(std::span<const std::uint8_t> bytes) {
-  std::vector<Box> boxes;
-  Cursor cursor(bytes);
-  while (cursor.remaining() >= 8) {
-    const std::size_t start = cursor.position();
-    std::uint64_t size = cursor.u32();
-    const std::uint32_t type = cursor.u32();
-    if (size == 1) size = cursor.uint(8);
-    if (size == 0) size = bytes.size() - start;  // to the end of the parent
-    const std::size_t header = cursor.position() - start;
-    if (!cursor.ok() || size < header || size - header > cursor.remaining()) break;
-    boxes.push_back({type, cursor.take(static_cast<std::size_t>(size - header))});
-  }
-  return boxes;
-}
+using IsoBoxes::Box;
+using IsoBoxes::childBoxes;
+using IsoBoxes::Cursor;
+using IsoBoxes::fourCC;
 
 struct Extent {
   std::uint64_t offset = 0;
@@ -128,7 +58,11 @@ void readPrimaryItem(std::span<const std::uint8_t> payload, Meta& meta) {
   if (cursor.ok()) meta.primary = item;
 }
 
-void readItemLocations(std::span<const std::uint8_t> payload, Meta& meta) {
+// Records the locations of the `wanted` items only. Counts are checked against the bytes that
+// could hold them, and all extents together against kMaxExtentsPerFile, so a small file can't
+// claim millions of records; a table that breaks either bound is ignored from there on.
+void readItemLocations(std::span<const std::uint8_t> payload,
+                       const std::vector<std::uint32_t>& wanted, Meta& meta) {
   Cursor cursor(payload);
   const std::uint8_t version = cursor.u8();
   cursor.skip(3);
@@ -140,6 +74,13 @@ void readItemLocations(std::span<const std::uint8_t> payload, Meta& meta) {
   const int baseOffsetSize = moreSizes >> 4;
   const int indexSize = version >= 1 ? moreSizes & 0x0F : 0;
   const std::uint32_t count = version < 2 ? cursor.u16() : cursor.u32();
+  // An item's record holds at least its id, data reference, base offset and extent count; an
+  // extent at least its fields, and at least one byte even when they are all empty.
+  const std::uint64_t itemRecord =
+      (version < 2 ? 2 : 4) + (version >= 1 ? 2 : 0) + 2 + baseOffsetSize + 2;
+  const std::uint64_t extentBytes = std::max(indexSize + offsetSize + lengthSize, 1);
+  if (count > cursor.remaining() / itemRecord) return;
+  std::uint64_t extentsSeen = 0;
   for (std::uint32_t i = 0; i < count && cursor.ok(); ++i) {
     const std::uint32_t item = version < 2 ? cursor.u16() : cursor.u32();
     Location location;
@@ -147,14 +88,17 @@ void readItemLocations(std::span<const std::uint8_t> payload, Meta& meta) {
     cursor.skip(2);  // data_reference_index
     location.baseOffset = cursor.uint(baseOffsetSize);
     const std::uint16_t extents = cursor.u16();
+    extentsSeen += extents;
+    if (extents > cursor.remaining() / extentBytes || extentsSeen > kMaxExtentsPerFile) return;
+    const bool keep = std::find(wanted.begin(), wanted.end(), item) != wanted.end();
     for (std::uint16_t e = 0; e < extents && cursor.ok(); ++e) {
       cursor.uint(indexSize);
       Extent extent;
       extent.offset = cursor.uint(offsetSize);
       extent.length = cursor.uint(lengthSize);
-      location.extents.push_back(extent);
+      if (keep) location.extents.push_back(extent);
     }
-    if (cursor.ok()) meta.locations.emplace(item, std::move(location));
+    if (keep && cursor.ok()) meta.locations.emplace(item, std::move(location));
   }
 }
 
@@ -192,6 +136,8 @@ void readItemProperties(std::span<const std::uint8_t> payload, Meta& meta) {
       const std::uint8_t version = cursor.u8();
       const std::uint32_t flags = static_cast<std::uint32_t>(cursor.uint(3));
       const std::uint32_t count = cursor.u32();
+      // Each entry holds at least an item id and an association count.
+      if (count > cursor.remaining() / (version < 1 ? 3 : 5)) continue;
       for (std::uint32_t i = 0; i < count && cursor.ok(); ++i) {
         const std::uint32_t item = version < 1 ? cursor.u16() : cursor.u32();
         const std::uint8_t associations = cursor.u8();
@@ -199,7 +145,8 @@ void readItemProperties(std::span<const std::uint8_t> payload, Meta& meta) {
         for (int a = 0; a < associations && cursor.ok(); ++a) {
           indices.push_back((flags & 1) != 0 ? cursor.u16() & 0x7FFF : cursor.u8() & 0x7F);
         }
-        if (cursor.ok()) meta.associations.emplace(item, std::move(indices));
+        if (cursor.ok() && item == meta.primary)
+          meta.associations.emplace(item, std::move(indices));
       }
     }
   }
@@ -208,6 +155,7 @@ void readItemProperties(std::span<const std::uint8_t> payload, Meta& meta) {
 Meta readMeta(std::span<const std::uint8_t> payload) {
   Meta meta;
   if (payload.size() < 4) return meta;
+  std::optional<std::span<const std::uint8_t>> itemLocations;
   for (const Box& box : childBoxes(payload.subspan(4))) {  // after version and flags
     switch (box.type) {
       case fourCC("hdlr"):
@@ -217,13 +165,10 @@ Meta readMeta(std::span<const std::uint8_t> payload) {
         readPrimaryItem(box.payload, meta);
         break;
       case fourCC("iloc"):
-        readItemLocations(box.payload, meta);
+        if (!itemLocations) itemLocations = box.payload;
         break;
       case fourCC("iinf"):
         readItemInfos(box.payload, meta);
-        break;
-      case fourCC("iprp"):
-        readItemProperties(box.payload, meta);
         break;
       case fourCC("idat"):
         meta.itemData = box.payload;
@@ -232,6 +177,14 @@ Meta readMeta(std::span<const std::uint8_t> payload) {
         break;
     }
   }
+  // Properties and locations are kept only for the items that matter, known by now.
+  for (const Box& box : childBoxes(payload.subspan(4))) {
+    if (box.type == fourCC("iprp")) readItemProperties(box.payload, meta);
+  }
+  std::vector<std::uint32_t> wanted;
+  if (meta.exifItem) wanted.push_back(*meta.exifItem);
+  if (meta.xmpItem) wanted.push_back(*meta.xmpItem);
+  if (itemLocations && !wanted.empty()) readItemLocations(*itemLocations, wanted, meta);
   return meta;
 }
 
@@ -330,45 +283,25 @@ bool isHeif(std::span<const std::uint8_t> head) {
 }
 
 std::optional<Contents> read(const RandomAccessBytes& bytes) {
-  std::uint64_t offset = 0;
-  for (int box = 0; box < kMaxTopLevelBoxes && offset < bytes.size(); ++box) {
-    const std::optional<Bytes> header =
-        bytes.read(offset, std::min<std::uint64_t>(16, bytes.size() - offset));
-    if (!header || header->size() < 8) return std::nullopt;
-    Cursor cursor(*header);
-    std::uint64_t size = cursor.u32();
-    const std::uint32_t type = cursor.u32();
-    if (size == 1) size = cursor.uint(8);
-    if (size == 0) size = bytes.size() - offset;
-    const std::uint64_t headerSize = cursor.position();
-    if (!cursor.ok() || size < headerSize || size > bytes.size() - offset) {
-      // A box cut off by the end of a prefix: only 'meta' matters, and it is not here.
-      return std::nullopt;
+  // Only 'meta' matters; a box cut off by the end of a prefix before it means it is not here.
+  const std::optional<Bytes> payload =
+      IsoBoxes::topLevelPayload(bytes, fourCC("meta"), kMaxMetaBox, kMaxTopLevelBoxes);
+  if (!payload) return std::nullopt;
+  const Meta meta = readMeta(*payload);
+  if (!meta.pictureHandler) return std::nullopt;
+  Contents contents;
+  readPrimarySize(meta, contents);
+  if (meta.exifItem) {
+    if (const std::optional<Bytes> item = itemBytes(bytes, meta, *meta.exifItem)) {
+      contents.exif = tiffOfExifItem(*item);
     }
-    if (type == fourCC("meta")) {
-      if (size - headerSize > kMaxMetaBox) return std::nullopt;
-      const std::optional<Bytes> payload =
-          bytes.read(offset + headerSize, static_cast<std::size_t>(size - headerSize));
-      if (!payload) return std::nullopt;
-      const Meta meta = readMeta(*payload);
-      if (!meta.pictureHandler) return std::nullopt;
-      Contents contents;
-      readPrimarySize(meta, contents);
-      if (meta.exifItem) {
-        if (const std::optional<Bytes> item = itemBytes(bytes, meta, *meta.exifItem)) {
-          contents.exif = tiffOfExifItem(*item);
-        }
-      }
-      if (meta.xmpItem) {
-        if (const std::optional<Bytes> item = itemBytes(bytes, meta, *meta.xmpItem)) {
-          contents.xmp = std::string(item->begin(), item->end());
-        }
-      }
-      return contents;
-    }
-    offset += size;
   }
-  return std::nullopt;
+  if (meta.xmpItem) {
+    if (const std::optional<Bytes> item = itemBytes(bytes, meta, *meta.xmpItem)) {
+      contents.xmp = std::string(item->begin(), item->end());
+    }
+  }
+  return contents;
 }
 
 }  // namespace quillmere::HeifContainer

@@ -24,6 +24,9 @@ constexpr int kRiffType = 20;
 constexpr int kMatroskaType = 21;
 constexpr int kQuickTimeType = 22;
 constexpr int kAsfType = 24;
+// Canon's CRW raw format, from before 2004: not among the photo extensions a scan reads, and
+// Exiv2 0.27's parser of it reads past the end of damaged files.
+constexpr int kCrwType = 3;
 
 // IPTC record and dataset numbers (IIM 4.2).
 constexpr std::uint16_t kEnvelopeRecord = 1;
@@ -180,7 +183,7 @@ std::optional<std::int64_t> positive(long value) {
   return value;
 }
 
-// Exiv2 also opens metadata-only and movie files; none of them is a photo.
+// Exiv2 also opens metadata-only and movie files; none of them is a photo. Nor is CRW read.
 bool isStillImage(int type) {
   switch (type) {
     case Exiv2::ImageType::none:
@@ -191,6 +194,7 @@ bool isStillImage(int type) {
     case kMatroskaType:
     case kQuickTimeType:
     case kAsfType:
+    case kCrwType:
       return false;
     default:
       return true;

@@ -8,7 +8,7 @@
 #include "core/dates/date_planner.h"
 #include "core/dates/exif_date.h"
 #include "core/dates/iso_date.h"
-#include "core/metadata/atomic_file.h"
+#include "core/sources/file_io.h"
 #include "core/metadata/exiv2_metadata_writer.h"
 #include "core/sources/byte_view.h"
 
@@ -41,7 +41,7 @@ bool embedPhoto(const PhotoTags& tags, const fs::path& source, const fs::path& d
   try {
     if (tags.isEmpty()) {
       // Nothing to put inside (a date whose offset is unknown reaches only the file times).
-      AtomicFile::move(source, destination);
+      FileIO::moveFile(source, destination);
       return true;
     }
     const std::optional<Bytes> photo = readWhole(source);
@@ -49,7 +49,7 @@ bool embedPhoto(const PhotoTags& tags, const fs::path& source, const fs::path& d
     const std::optional<Bytes> written =
         Exiv2MetadataWriter::rewrite(*photo, destination.filename().string(), tags);
     if (!written) return false;
-    AtomicFile::write(destination, *written, /*exclusive=*/false);
+    FileIO::writeFile(destination, *written, /*exclusive=*/false);
     return true;
   } catch (const std::exception&) {
     // A full disk or a folder that refuses files: the fallback meets the same folder and
@@ -88,7 +88,7 @@ PhotoTags buildMetadata(const MetadataPatch& patch,
 WriteMethod write(const MetadataPatch& patch, MediaKind kind, const fs::path& source,
                   const fs::path& destination, const std::vector<std::string>& existingKeywords) {
   if (patch.isEmpty()) {
-    AtomicFile::move(source, destination);
+    FileIO::moveFile(source, destination);
     return WriteMethod::unchanged;
   }
   bool embedded = false;
@@ -103,11 +103,11 @@ WriteMethod write(const MetadataPatch& patch, MediaKind kind, const fs::path& so
   } else {
     std::error_code ignored;  // usually nothing is there
     fs::remove(destination, ignored);
-    AtomicFile::move(source, destination);
+    FileIO::moveFile(source, destination);
     writeXMPSidecar(patch, destination, existingKeywords);
     method = WriteMethod::xmpSidecar;
   }
-  if (patch.dateUTC) AtomicFile::setTimes(destination, *patch.dateUTC);
+  if (patch.dateUTC) FileIO::setFileTimes(destination, *patch.dateUTC, *patch.dateUTC);
   return method;
 }
 
@@ -116,7 +116,7 @@ void writeXMPSidecar(const MetadataPatch& patch, const fs::path& file,
   const std::optional<std::string> packet =
       Exiv2MetadataWriter::sidecarPacket(buildMetadata(patch, existingKeywords));
   if (!packet) return;
-  AtomicFile::write(fs::path(file.string() + ".xmp"),
+  FileIO::writeFile(fs::path(file.string() + ".xmp"),
                     {reinterpret_cast<const std::uint8_t*>(packet->data()), packet->size()},
                     /*exclusive=*/true);
 }

@@ -10,7 +10,7 @@
 #include "core/metadata/embedded_metadata.h"
 #include "core/metadata/metadata_patch.h"
 #include "core/metadata/write_method.h"
-#include "core/scan/media_kind.h"
+#include "core/sources/media_kind.h"
 
 namespace quillmere {
 
@@ -81,7 +81,16 @@ struct Verification {
   bool operator==(const Verification&) const = default;
 };
 
-// Compares what the copy carries when read back (nullopt: it could not be read) with `patch`.
+// Compares what the copy carries when read back (nullopt: it could not be read) with `patch`:
+// - nothing read: problem "Couldn't re-read the written file";
+// - a patch instant, read back as a wall clock without offset while the patch has one: its
+//   first 19 characters must be the patch's local time (else problem "Date didn't verify after
+//   writing"); when they are, the note "This file type can't store a time zone; the local time
+//   is correct";
+// - any other date must resolve (DatePlanner::resolveEmbedded, no export instant) to within
+//   2 s of the patch's, else problem "Date didn't verify after writing", which ends the check;
+// - a patch position must be read back less than 50 m away, else problem "Location didn't
+//   verify after writing" (a note from the date stays).
 Verification verify(const MetadataPatch& patch, const std::optional<EmbeddedMetadata>& reread);
 
 }  // namespace MetadataWriter

@@ -12,6 +12,8 @@ extern "C" {
 
 #include "core/dates/iso_date.h"
 #include "core/metadata/movie_properties.h"
+#include "core/metadata/random_access_bytes.h"
+#include "core/metadata/video_track_size.h"
 #include "core/sources/unicode_text.h"
 
 namespace quillmere::MoviePropertyReader {
@@ -19,8 +21,9 @@ namespace {
 
 // Containers a camera or phone records movies in. Anything else libavformat can open (still
 // images, raw streams, playlists) is not a movie for us.
+constexpr std::string_view kQuickTimeFormat = "mov,mp4,m4a,3gp,3g2,mj2";
 constexpr std::array<std::string_view, 7> kMovieFormats = {
-    "mov,mp4,m4a,3gp,3g2,mj2", "matroska,webm", "avi", "mpegts", "mpeg", "asf", "flv",
+    kQuickTimeFormat, "matroska,webm", "avi", "mpegts", "mpeg", "asf", "flv",
 };
 
 void ignoreLogMessage(void*, int, const char*, va_list) {}
@@ -95,6 +98,14 @@ std::optional<MovieProperties> readFile(const std::filesystem::path& file) {
       continue;
     }
     movie.items.push_back({std::string(key), asUTF8(entry->value)});
+  }
+  // QuickTime and MP4 state the size in the track header, which players show whatever the codec
+  // (libavformat leaves it unset for some, MPEG-4 Part 2 among them, until frames are decoded).
+  if (context->iformat->name == kQuickTimeFormat) {
+    if (const std::unique_ptr<RandomAccessBytes> bytes = RandomAccessBytes::inFile(file)) {
+      movie.videoSize = VideoTrackSize::read(*bytes);
+      if (movie.videoSize) return movie;
+    }
   }
   for (unsigned i = 0; i < context->nb_streams; ++i) {
     const AVStream* stream = context->streams[i];

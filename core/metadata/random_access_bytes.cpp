@@ -1,10 +1,9 @@
 #include "core/metadata/random_access_bytes.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <system_error>
+#include <utility>
 
-#include <cerrno>
+#include "core/sources/file_io.h"
 
 namespace quillmere {
 namespace {
@@ -28,29 +27,24 @@ class MemoryBytes final : public RandomAccessBytes {
 
 class FileBytes final : public RandomAccessBytes {
  public:
-  FileBytes(int descriptor, std::uint64_t size) : descriptor_(descriptor), size_(size) {}
-  ~FileBytes() override { ::close(descriptor_); }
-  FileBytes(const FileBytes&) = delete;
-  FileBytes& operator=(const FileBytes&) = delete;
+  FileBytes(FileDescriptor file, std::uint64_t size) : file_(std::move(file)), size_(size) {}
 
   std::uint64_t size() const override { return size_; }
 
   std::optional<Bytes> read(std::uint64_t offset, std::size_t count) const override {
     if (offset > size_ || count > size_ - offset) return std::nullopt;
     Bytes bytes(count);
-    std::size_t done = 0;
-    while (done < count) {
-      const ssize_t n = ::pread(descriptor_, bytes.data() + done, count - done,
-                                static_cast<off_t>(offset + done));
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) return std::nullopt;  // an error, or the file shrank under us
-      done += static_cast<std::size_t>(n);
+    try {
+      // Fewer bytes than asked: the file shrank under us.
+      if (file_.preadFully(bytes, offset) < count) return std::nullopt;
+    } catch (const std::system_error&) {
+      return std::nullopt;
     }
     return bytes;
   }
 
  private:
-  int descriptor_;
+  FileDescriptor file_;
   std::uint64_t size_;
 };
 
@@ -62,14 +56,14 @@ std::unique_ptr<RandomAccessBytes> RandomAccessBytes::inMemory(
 }
 
 std::unique_ptr<RandomAccessBytes> RandomAccessBytes::inFile(const std::filesystem::path& path) {
-  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) return nullptr;
-  struct stat status;
-  if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
-    ::close(descriptor);
+  try {
+    FileDescriptor file = FileDescriptor::openForReading(path);
+    const FileDescriptor::Status status = file.status();
+    if (!status.regular) return nullptr;
+    return std::make_unique<FileBytes>(std::move(file), status.size);
+  } catch (const std::system_error&) {
     return nullptr;
   }
-  return std::make_unique<FileBytes>(descriptor, static_cast<std::uint64_t>(status.st_size));
 }
 
 }  // namespace quillmere

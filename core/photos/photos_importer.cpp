@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <set>
 
-#include "core/scan/media_kind.h"
+#include "core/sources/media_kind.h"
 #include "core/sources/unicode_text.h"
 
 namespace quillmere::PhotosImporter {

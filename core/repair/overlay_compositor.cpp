@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "core/metadata/atomic_file.h"
+#include "core/sources/file_io.h"
 #include "core/repair/vips_setup.h"
 #include "core/sources/quillmere_error.h"
 
@@ -241,7 +241,7 @@ void saveJPEG(const Image& image, const fs::path& to) {
                                           TRUE, nullptr);
   const std::unique_ptr<void, decltype(&g_free)> encoded(buffer, g_free);
   if (status != 0 || !encoded) throw VipsFailure{};
-  AtomicFile::write(to, {static_cast<const std::uint8_t*>(encoded.get()), length},
+  FileIO::writeFile(to, {static_cast<const std::uint8_t*>(encoded.get()), length},
                     /*exclusive=*/false);
 }
 

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include "core/metadata/atomic_file.h"
+#include "core/sources/file_io.h"
 #include "core/repair/pretty_json.h"
 #include "core/sources/quillmere_version.h"
 #include "core/sources/unicode_text.h"
@@ -134,7 +134,7 @@ std::string csvOf(const std::vector<RepairRow>& rows, Predicate keep) {
 
 // Replaces whatever an earlier run left there.
 void writeText(const std::filesystem::path& target, const std::string& text) {
-  AtomicFile::write(target, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()},
+  FileIO::writeFile(target, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()},
                     /*exclusive=*/false);
 }
 

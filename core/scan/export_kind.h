@@ -5,7 +5,7 @@
 #include <optional>
 #include <string_view>
 
-#include "core/scan/raw_value.h"
+#include "core/sources/raw_value.h"
 
 namespace quillmere {
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "core/metadata/embedded_metadata.h"
-#include "core/scan/media_kind.h"
+#include "core/sources/media_kind.h"
 #include "core/scan/takeout_sidecar.h"
 #include "core/sources/source_file.h"
 

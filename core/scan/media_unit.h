@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/scan/raw_value.h"
+#include "core/sources/raw_value.h"
 
 namespace quillmere {
 

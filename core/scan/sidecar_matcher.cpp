@@ -2,7 +2,7 @@
 
 #include <charconv>
 
-#include "core/scan/media_kind.h"
+#include "core/sources/media_kind.h"
 #include "core/sources/unicode_text.h"
 
 namespace quillmere::SidecarMatcher {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "core/dates/geo_point.h"
-#include "core/scan/media_kind.h"
+#include "core/sources/media_kind.h"
 
 namespace quillmere::SnapchatScanner {
 

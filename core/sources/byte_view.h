@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <span>
 #include <stdexcept>
 #include <vector>
@@ -10,6 +11,15 @@
 namespace quillmere {
 
 using Bytes = std::vector<std::uint8_t>;
+
+// a + b for sizes and counts that come from files: saturates at the type's limits instead of
+// wrapping, so a sum of lying sizes is merely large, never negative or undefined.
+template <typename Integer>
+Integer saturatingAdd(Integer a, Integer b) {
+  Integer sum;
+  if (!__builtin_add_overflow(a, b, &sum)) return sum;
+  return b < 0 ? std::numeric_limits<Integer>::min() : std::numeric_limits<Integer>::max();
+}
 
 // Bounds-checked little-endian reads over untrusted bytes. Callers check `contains` first and
 // map a miss to their own error; the accessors check again and throw std::out_of_range, so a

@@ -19,6 +19,7 @@ class FolderFile final : public SourceFile {
   std::int64_t size() const override { return size_; }
   Bytes readAll() const override;
   Bytes readPrefix(std::size_t count) const override;
+  // Throws QuillmereError::cannotCreate when `to` can't be created (or exists).
   void copy(const std::filesystem::path& to) const override;
   std::optional<std::filesystem::path> localURL() const override { return url_; }
   void stream(const ChunkSink& sink) const override;

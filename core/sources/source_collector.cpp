@@ -23,6 +23,17 @@ bool startsWith(const std::string& text, std::string_view prefix) {
   return text.compare(0, prefix.size(), prefix) == 0;
 }
 
+// Names inside a zip are whatever its maker wrote. "." and ".." are dropped, so a logical path
+// never climbs out of the export, and NUL (which no file name can hold) becomes U+FFFD.
+void addComponent(std::string component, std::vector<std::string>& components) {
+  if (component == "." || component == "..") return;
+  for (std::size_t nul = component.find('\0'); nul != std::string::npos;
+       nul = component.find('\0', nul)) {
+    component.replace(nul, 1, "\uFFFD");
+  }
+  components.push_back(std::move(component));
+}
+
 void collectZip(const fs::path& zip, std::vector<SourceFilePtr>& out) {
   auto archive = std::make_shared<const ZipArchive>(zip);
   for (const ZipArchive::Entry& entry : archive->entries()) {
@@ -32,7 +43,7 @@ void collectZip(const fs::path& zip, std::vector<SourceFilePtr>& out) {
     while (start <= entry.path.size()) {
       std::size_t slash = entry.path.find('/', start);
       if (slash == std::string::npos) slash = entry.path.size();
-      if (slash > start) components.push_back(entry.path.substr(start, slash - start));
+      if (slash > start) addComponent(entry.path.substr(start, slash - start), components);
       start = slash + 1;
     }
     if (components.empty()) continue;

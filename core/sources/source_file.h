@@ -23,7 +23,11 @@ class SourceFile {
 
   // Where the file is, for reports and messages.
   virtual std::string displayLocation() const = 0;
-  // The path inside the export, "/"-separated, wrapper folders removed; never starts with "/".
+  // The path inside the export, "/"-separated, wrapper folders removed. Whatever the export's
+  // names, it is a harmless relative path: it never starts or ends with "/", its components
+  // are never empty, "." or "..", and never hold NUL. Components are UTF-8 (invalid bytes of a
+  // zip name replaced) but may be of any length, so a name built from one must still be
+  // checked against the file system's limits (255 bytes a name on Linux).
   virtual const std::string& logicalPath() const = 0;
   // Content size in bytes (uncompressed for zip entries).
   virtual std::int64_t size() const = 0;

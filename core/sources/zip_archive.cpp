@@ -1,14 +1,9 @@
 #include "core/sources/zip_archive.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <zlib.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <memory>
-#include <system_error>
 
 #include "core/sources/quillmere_error.h"
 #include "core/sources/unicode_text.h"
@@ -98,45 +93,15 @@ std::uint32_t zipCrc32(std::uint32_t crc, std::span<const std::uint8_t> bytes) {
   return static_cast<std::uint32_t>(crc32_z(crc, bytes.data(), bytes.size()));
 }
 
-ZipArchive::ZipArchive(std::filesystem::path url) : url_(std::move(url)) {
-  fd_ = ::open(url_.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd_ < 0) {
-    throw std::system_error(errno, std::generic_category(), "Couldn't open " + url_.string());
-  }
-  struct stat info {};
-  if (::fstat(fd_, &info) != 0) {
-    const int error = errno;
-    ::close(fd_);
-    throw std::system_error(error, std::generic_category(), "Couldn't read " + url_.string());
-  }
-  fileSize_ = static_cast<std::uint64_t>(info.st_size);
-  try {
-    readCentralDirectory();
-  } catch (...) {
-    ::close(fd_);
-    throw;
-  }
-}
-
-ZipArchive::~ZipArchive() {
-  if (fd_ >= 0) ::close(fd_);
+ZipArchive::ZipArchive(std::filesystem::path url)
+    : url_(std::move(url)), file_(FileDescriptor::openForReading(url_)) {
+  fileSize_ = file_.status().size;
+  readCentralDirectory();
 }
 
 void ZipArchive::readInto(std::uint64_t offset, std::span<std::uint8_t> out) const {
-  std::size_t done = 0;
-  while (done < out.size()) {
-    if (offset > fileSize_ || offset + done > static_cast<std::uint64_t>(INT64_MAX)) {
-      throw QuillmereError::corruptZip(name());
-    }
-    const ssize_t n =
-        ::pread(fd_, out.data() + done, out.size() - done, static_cast<off_t>(offset + done));
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      throw std::system_error(errno, std::generic_category(), "Couldn't read " + url_.string());
-    }
-    if (n == 0) throw QuillmereError::corruptZip(name());  // the file ended first
-    done += static_cast<std::size_t>(n);
-  }
+  // Fewer bytes than asked: the file ended first.
+  if (file_.preadFully(out, offset) < out.size()) throw QuillmereError::corruptZip(name());
 }
 
 Bytes ZipArchive::read(std::uint64_t offset, std::size_t count) const {
@@ -220,18 +185,31 @@ void ZipArchive::extract(const Entry& entry, bool verifyChecksum, const Sink& si
     throw QuillmereError::corruptZip(name());
   }
 
+  // Content beyond the declared size is damage, or a zip bomb: none of it reaches the sink,
+  // so a copy never grows past what the directory promised.
+  std::uint64_t produced = 0;
+  const Sink bounded = [&](std::span<const std::uint8_t> chunk) {
+    const std::uint64_t room = entry.uncompressedSize - produced;
+    if (chunk.size() > room) {
+      if (room > 0 && !sink(chunk.first(static_cast<std::size_t>(room)))) return false;
+      throw QuillmereError::corruptZip(name());
+    }
+    produced += chunk.size();
+    return sink(chunk);
+  };
   std::uint32_t crc = 0;
   bool complete;
   switch (entry.method) {
     case 0:
-      complete = extractStored(entry, dataStart, crc, sink);
+      complete = extractStored(entry, dataStart, crc, bounded);
       break;
     case 8:
-      complete = extractDeflated(entry, dataStart, crc, sink);
+      complete = extractDeflated(entry, dataStart, crc, bounded);
       break;
     default:
       throw QuillmereError::unsupportedCompression(entry.path, entry.method);
   }
+  if (complete && produced != entry.uncompressedSize) throw QuillmereError::corruptZip(name());
   if (verifyChecksum && complete && crc != entry.crc32) {
     throw QuillmereError::checksumMismatch(entry.path);
   }

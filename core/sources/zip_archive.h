@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/sources/byte_view.h"
+#include "core/sources/file_io.h"
 
 namespace quillmere {
 
@@ -39,7 +40,6 @@ class ZipArchive {
   // Throws std::system_error when the file can't be opened or read, QuillmereError::notAZip
   // when no end record is found, QuillmereError::corruptZip when the directory is damaged.
   explicit ZipArchive(std::filesystem::path url);
-  ~ZipArchive();
   ZipArchive(const ZipArchive&) = delete;
   ZipArchive& operator=(const ZipArchive&) = delete;
 
@@ -54,7 +54,9 @@ class ZipArchive {
 
   // Streams `entry`'s uncompressed content to `sink` in chunks of at most 1 MiB. Returns when
   // the content is complete or `sink` returned false. With `verifyChecksum`, a fully read entry
-  // must match its CRC-32 (an early stop skips the check). Throws corruptZip,
+  // must match its CRC-32 (an early stop skips the check). Content that runs past the entry's
+  // uncompressed size, or ends short of it, is damage: the sink never receives a byte past that
+  // size, and extraction then fails with corruptZip. Throws corruptZip,
   // unsupportedCompression or checksumMismatch, or whatever `sink` throws; the archive stays
   // usable either way.
   void extract(const Entry& entry, bool verifyChecksum, const Sink& sink) const;
@@ -68,7 +70,7 @@ class ZipArchive {
                        const Sink& sink) const;
 
   std::filesystem::path url_;
-  int fd_ = -1;
+  FileDescriptor file_;
   std::uint64_t fileSize_ = 0;
   std::vector<Entry> entries_;
 };

@@ -25,8 +25,8 @@ class ZipEntryFile final : public SourceFile {
   std::string displayLocation() const override;
   const std::string& logicalPath() const override { return logicalPath_; }
   std::int64_t size() const override;
-  // Verifies the checksum. Content longer than the directory's uncompressed size is treated as
-  // damage (corruptZip), so a lying directory can't make this allocate without bound.
+  // Verifies the checksum. Content longer than the directory's uncompressed size is damage
+  // (corruptZip), so a lying directory can't make this, stream() or copy() grow without bound.
   Bytes readAll() const override;
   // Inflates only as far as needed; no checksum.
   Bytes readPrefix(std::size_t count) const override;

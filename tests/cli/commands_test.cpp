@@ -1,5 +1,7 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <tuple>
@@ -8,6 +10,7 @@
 #include "tests/support/media_fixtures.h"
 #include "tests/support/metadata_fixtures.h"
 #include "tests/support/run_command.h"
+#include "tests/support/scoped_environment.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/zip_builder.h"
 
@@ -115,6 +118,81 @@ TEST(ListCommandTest, ListsEveryFileAndReportsDamage) {
   EXPECT_EQ(testing::snapshotTree(dir.path()), before);
 }
 
+TEST(ListCommandTest, SumsOfLyingSizesSaturateAndPipesSeeEachPhasesLastReport) {
+  testing::TempDir dir;
+  // Two ZIP64 entries that each claim nearly 2^63 bytes: their sum must not overflow.
+  Bytes lying = testing::ZipBuilder()
+                    .add({.name = testing::toBytes("a.jpg"), .content = Bytes(10), .zip64 = true})
+                    .add({.name = testing::toBytes("b.jpg"), .content = Bytes(10), .zip64 = true})
+                    .build();
+  const std::string central = "PK\1\2";
+  for (auto at = lying.begin();
+       (at = std::search(at, lying.end(), central.begin(), central.end())) != lying.end(); ++at) {
+    const std::size_t extra = (at - lying.begin()) + 46 + 5 + 4;  // name "a.jpg", block header
+    for (int i = 0; i < 8; ++i) lying[extra + i] = i == 7 ? 0x7F : 0xFF;
+  }
+  testing::writeFile(dir / "lying.zip", lying);
+  const auto summed = cli({"list", "--check", "--quiet", (dir / "lying.zip").string()});
+  EXPECT_EQ(summed.exitCode, 1) << summed.err;
+  EXPECT_THAT(summed.err, ::testing::EndsWith("Checked 2 files (9223372 TB): 2 damaged.\n"));
+
+  // On a pipe, progress shows each phase's first and last report, however fast it went.
+  testing::ZipBuilder big;
+  for (const char* name : {"a.bin", "b.bin", "c.bin"}) {
+    big.add({.name = testing::toBytes(name), .content = Bytes(1500000, 7)});
+  }
+  big.write(dir / "big.zip");
+  const auto before = testing::snapshotTree(dir.path());
+  const auto checked = cli({"list", "--check", (dir / "big.zip").string()});
+  EXPECT_EQ(checked.exitCode, 0) << checked.err;
+  EXPECT_THAT(checked.err, ::testing::StartsWith("Checking 1.0 MB of 4.5 MB\n"));
+  EXPECT_THAT(checked.err,
+              ::testing::ContainsRegex("\nChecking 4\\.5 MB of 4\\.5 MB(, [0-9.]+ [KMG]?B/s)?\n"
+                                       "Checked 3 files \\(4\\.5 MB\\): all intact\\.\n$"));
+  EXPECT_EQ(testing::snapshotTree(dir.path()), before);
+}
+
+TEST(CommandLineTest, MistakesAndMissingInputsAreNamedWithTheSameExitCodes) {
+  testing::TempDir dir;
+  const std::string missing = (dir / "takeout-001.zp").string();
+  const std::string snapchat = (kExamples / "snapchat").string();
+  const std::string bare = std::string(QUILLMERE_TEST_DATA) + "/metadata/bare.jpg";
+  const auto unknown = [](const std::string& command, const std::string& option) {
+    return "quillmere-cli " + command + ": unknown option '" + option + "'\nRun 'quillmere-cli " +
+           command + " --help' for its options.\n";
+  };
+  const std::string noSuch = "quillmere-cli: no such file or folder: " + missing + "\n";
+  const std::string offGlobe = " (latitude -90 to 90, longitude -180 to 180)\n";
+  const std::tuple<std::vector<std::string>, int, std::string> cases[] = {
+      {{"scan", "-q", snapchat}, 2, unknown("scan", "-q")},
+      {{"scan", "--jsn", snapchat}, 2, unknown("scan", "--jsn")},
+      {{"list", "-c", snapchat}, 2, unknown("list", "-c")},
+      {{"inspect", "--all", bare}, 2, unknown("inspect", "--all")},
+      {{"zone", "-q", "0"}, 2, unknown("zone", "-q")},
+      {{"zone", "91", "0"}, 2, "quillmere-cli zone: not a position: 91 0" + offGlobe},
+      {{"zone", "nan", "inf"}, 2, "quillmere-cli zone: not a position: nan inf" + offGlobe},
+      {{"zone", "-33.92", "18.42"}, 0, ""},  // negative numbers are still positions
+      {{"scan", "--quiet", missing, snapchat}, 1, noSuch},
+      {{"scan", "--quiet", missing},
+       2,
+       noSuch + "No photos or videos were found in the selected export.\n"},
+      {{"list", missing, "--", snapchat}, 1, noSuch},
+  };
+  for (const auto& [args, exitCode, err] : cases) {
+    SCOPED_TRACE(::testing::PrintToString(args));
+    const auto result = cli(args);
+    EXPECT_EQ(result.exitCode, exitCode);
+    EXPECT_EQ(result.err, err);
+    EXPECT_EQ(result.out.empty(), exitCode == 2) << result.out;
+  }
+  // The exit codes are explained once, in the general help.
+  const std::string help = cli({"--help"}).out;
+  EXPECT_NE(help.find("Exit status, the same for every command:\n  0  all went well\n  1  "),
+            std::string::npos)
+      << help;
+  EXPECT_EQ(help.find("Exit status", help.find("Exit status") + 1), std::string::npos);
+}
+
 TEST(InspectCommandTest, WritesOneJSONLinePerFileWithNullsForWhatIsMissing) {
   const std::string bare = std::string(QUILLMERE_TEST_DATA) + "/metadata/bare.jpg";
   const auto result = cli({"inspect", bare, "/nonexistent/a.jpg"});
@@ -125,8 +203,13 @@ TEST(InspectCommandTest, WritesOneJSONLinePerFileWithNullsForWhatIsMissing) {
                 "\"location\":null,\"caption\":null,\"keywords\":[],"
                 "\"pixelWidth\":40,\"pixelHeight\":30}}\n"
                 "{\"file\":\"/nonexistent/a.jpg\",\"kind\":\"photo\",\"metadata\":null}\n");
-  EXPECT_EQ(result.err, "quillmere-cli inspect: /nonexistent/a.jpg: no such file\n");
+  EXPECT_EQ(result.err, "quillmere-cli: no such file or folder: /nonexistent/a.jpg\n");
   EXPECT_EQ(cli({"inspect"}).exitCode, 2);
+  // A folder, or anything else that can't be opened as a file, is named too.
+  const auto folder = cli({"inspect", QUILLMERE_TEST_DATA});
+  EXPECT_EQ(folder.exitCode, 1);
+  EXPECT_EQ(folder.err, "quillmere-cli: couldn't open " + std::string(QUILLMERE_TEST_DATA) +
+                            ": Is a directory\n");
 }
 
 // An inspect line's metadata read back as a value, to hold against exiftool's reading.
@@ -191,6 +274,32 @@ TEST(ZoneCommandTest, PrintsTheZoneAndItsOffsetOrExitsWithTwo) {
     const auto result = cli(args);
     EXPECT_EQ(result.exitCode, exitCode) << result.err;
     EXPECT_EQ(result.out, out);
+  }
+}
+
+TEST(ZoneCommandTest, AMissingOrDamagedGridIsReportedWithExitTwo) {
+  testing::TempDir dir;
+  testing::writeFile(dir / "tzgrid.zlib", testing::toBytes("not a grid"));
+  const std::string missing = (dir / "missing").string();
+  const std::tuple<std::string, std::string> cases[] = {
+      {missing, "quillmere-cli: Quillmere's data file tzgrid.zlib is missing. Looked in:\n  " +
+                    missing +
+                    "\nReinstall Quillmere, or set QUILLMERE_RESOURCES to the folder that holds "
+                    "tzgrid.zlib.\n"},
+      {dir.path().string(), "quillmere-cli: Quillmere's time zone grid " +
+                                (dir / "tzgrid.zlib").string() +
+                                " can't be read or is damaged. Reinstall Quillmere.\n"},
+  };
+  for (const auto& [folder, message] : cases) {
+    SCOPED_TRACE(folder);
+    const ScopedEnvironment resources("QUILLMERE_RESOURCES", folder.c_str());
+    for (const auto& args : {std::vector<std::string>{"zone", "0", "0"},
+                             std::vector<std::string>{"zone", "--batch"}}) {
+      const auto result = cli(args);
+      EXPECT_EQ(result.exitCode, 2);
+      EXPECT_EQ(result.out, "");
+      EXPECT_EQ(result.err, message);
+    }
   }
 }
 

@@ -2,6 +2,7 @@
 #include "core/dates/time_zone.h"
 
 #include <date/date.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -72,22 +73,41 @@ TEST(TimeZoneTest, UnknownNamesAreAbsentAndNonFiniteInstantsDoNotFail) {
   EXPECT_TRUE(future == 3600 || future == 7200) << future;
 }
 
-TEST(ResourceFolderTest, TheOverrideComesFirstElseABuildFindsTheSourceTree) {
+TEST(ResourceFolderTest, TheOverrideIsTheOnlyPlaceElseABuildFindsTheSourceTree) {
   {
     const ScopedEnvironment variable("QUILLMERE_RESOURCES", "/somewhere/else");
-    EXPECT_EQ(ResourceFolder::candidates().front(), fs::path("/somewhere/else"));
+    EXPECT_EQ(ResourceFolder::candidates(), std::vector<fs::path>{"/somewhere/else"});
   }
   const ScopedEnvironment variable("QUILLMERE_RESOURCES", nullptr);
   const fs::path source = fs::path(QUILLMERE_SOURCE_DIR) / "resources";
   const std::vector<fs::path> folders = ResourceFolder::candidates();
   EXPECT_NE(std::find(folders.begin(), folders.end(), source.lexically_normal()), folders.end());
-  const fs::path found = ResourceFolder::locate();
-  EXPECT_TRUE(fs::equivalent(found, source)) << found;
-  // Missing folders and files are passed over.
   const fs::path grid = source / TimeZoneMap::kFileName;
-  EXPECT_EQ(ResourceFolder::firstExisting({source / "missing", grid, source}), source);
-  EXPECT_EQ(ResourceFolder::firstExisting({source / "missing", grid}), kNone);
-  EXPECT_EQ(ResourceFolder::firstExisting({}), kNone);
+  const std::optional<fs::path> found = ResourceFolder::find(TimeZoneMap::kFileName).file;
+  ASSERT_NE(found, std::nullopt);
+  EXPECT_TRUE(fs::equivalent(*found, grid)) << *found;
+}
+
+TEST(ResourceFolderTest, AMissingFileIsAnErrorNamingItAndEveryPlaceLookedIn) {
+  testing::TempDir dir;
+  fs::create_directories(dir / "a" / "tzgrid.zlib");  // a folder of that name doesn't count
+  fs::create_directories(dir / "b");
+  testing::writeFile(dir / "b" / "tzgrid.zlib", testing::toBytes("grid"));
+  EXPECT_EQ(ResourceFolder::find("tzgrid.zlib", {dir / "missing", dir / "a", dir / "b"}),
+            (ResourceFolder::Lookup{dir / "b" / "tzgrid.zlib", ""}));
+  const std::string looked = "\n  " + (dir / "missing").string() + "\n  " + (dir / "a").string();
+  EXPECT_EQ(ResourceFolder::find("tzgrid.zlib", {dir / "missing", dir / "a"}),
+            (ResourceFolder::Lookup{
+                std::nullopt, "Quillmere's data file tzgrid.zlib is missing. Looked in:" + looked +
+                                  "\nReinstall Quillmere, or set QUILLMERE_RESOURCES to "
+                                  "the folder that holds tzgrid.zlib."}));
+  EXPECT_THAT(ResourceFolder::find("tzgrid.zlib", {}).error,
+              ::testing::HasSubstr("Looked in: nowhere"));
+}
+
+TEST(ResourceFolderTest, TheGridShipsWithItsNotice) {
+  const fs::path source = fs::path(QUILLMERE_SOURCE_DIR) / "resources";
+  const fs::path grid = source / TimeZoneMap::kFileName;
   // The grid ships with its licence notice.
   EXPECT_TRUE(fs::is_regular_file(grid));
   const Bytes notice = testing::readFile(source / "tzgrid-NOTICE.txt");

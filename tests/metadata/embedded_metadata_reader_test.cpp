@@ -8,6 +8,8 @@
 
 #include "tests/support/media_fixtures.h"
 #include "tests/support/metadata_fixtures.h"
+#include "tests/support/photo_checks.h"
+#include "tests/support/run_command.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/zip_builder.h"
 
@@ -97,6 +99,37 @@ TEST(EmbeddedMetadataReaderTest, GarbageCutAndDamagedFilesNeverCrash) {
         EmbeddedMetadataReader::readImage(bytes);
       }
     }
+  }
+}
+
+TEST(EmbeddedMetadataReaderTest, MovieSizesComeFromTheTrackWhateverTheCodec) {
+  // MPEG-4 Part 2 (older cameras, 3GP phones) and H.264, in every QuickTime-family container,
+  // and every real movie of the shared samples, against exiftool's reading of the track.
+  testing::TempDir dir;
+  std::vector<fs::path> movies;
+  for (const char* name : {"part2.mp4", "part2.mov", "part2.3gp", "h264.m4v"}) {
+    const fs::path path = dir / name;
+    const bool part2 = std::string_view(name).starts_with("part2");
+    const std::string size = std::string_view(name).ends_with("3gp") ? "176x144" : "320x240";
+    ASSERT_EQ(
+        testing::runCommand({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
+                             "testsrc=size=" + size + ":rate=10", "-t", "1", "-c:v",
+                             part2 ? "mpeg4" : "libx264", "-pix_fmt", "yuv420p", path.string()})
+            .exitCode,
+        0);
+    movies.push_back(path);
+  }
+  const fs::path samples = testing::sharedSamples() / "movies";
+  if (fs::exists(samples)) {
+    for (const auto& entry : fs::directory_iterator(samples)) movies.push_back(entry.path());
+  }
+  for (const fs::path& movie : movies) {
+    SCOPED_TRACE(movie.filename().string());
+    const std::optional<EmbeddedMetadata> found = EmbeddedMetadataReader::readVideo(movie);
+    ASSERT_TRUE(found && found->pixelWidth && found->pixelHeight);
+    const nlohmann::json tags = testing::exiftoolTags(movie);
+    EXPECT_EQ(std::to_string(*found->pixelWidth) + " " + std::to_string(*found->pixelHeight),
+              tags.value("Composite:ImageSize", ""));
   }
 }
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "core/scan/export_kind.h"
-#include "core/scan/media_kind.h"
+#include "core/sources/media_kind.h"
 #include "core/scan/media_unit.h"
 #include "core/scan/scan_summary.h"
 

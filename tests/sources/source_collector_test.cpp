@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <tuple>
+
 #include "core/sources/folder_file.h"
 #include "core/sources/quillmere_error.h"
 #include "core/sources/zip_entry_file.h"
@@ -93,7 +96,7 @@ TEST(SourceCollectorTest, CollectsReadsAndCopiesFoldersAndZipParts) {
                   ::testing::StrEq("Couldn't create " + (dir / "no/such/x.jpg").string() + ".")));
   // An existing destination is never overwritten, by either kind of file.
   EXPECT_THROW(good->copy(dir / "plain"), QuillmereError);
-  EXPECT_THROW(plain->copy(dir / "good"), fs::filesystem_error);
+  EXPECT_THROW(plain->copy(dir / "good"), QuillmereError);
   EXPECT_EQ(testing::readFile(dir / "good"), toBytes("zip content"));
   // Reads follow the content, not the listed size: a zip entry longer than its directory says
   // is damage, yet its head can be read; a plain file that grew is read as it is now.
@@ -110,6 +113,53 @@ TEST(SourceCollectorTest, CollectsReadsAndCopiesFoldersAndZipParts) {
   EXPECT_THAT(
       [&] { SourceCollector::collect({root}); },
       ::testing::ThrowsMessage<QuillmereError>(::testing::StrEq("part.zip isn't a zip file.")));
+}
+
+TEST(SourceCollectorTest, NamesFromAZipCannotEscapeAFolderBuiltFromThem) {
+  TempDir dir;
+  using namespace std::string_literals;
+  const std::string longName = std::string(300, 'n') + ".jpg";
+  const std::tuple<std::string, std::string> kCases[] = {
+      {"../../evil.jpg", "evil.jpg"},
+      {"Takeout/Google Photos/Trip/../../../../x.jpg", "Trip/x.jpg"},
+      {"/abs/./path.jpg", "abs/path.jpg"},
+      {"a\0b.jpg"s, "a\uFFFDb.jpg"},
+      {"Trip//" + longName, "Trip/" + longName},
+      {"..", ""},  // nothing left: not collected
+      {"", ""},
+  };
+  ZipBuilder zip;
+  for (const auto& [name, logical] : kCases) zip.add({.name = Bytes(name.begin(), name.end())});
+  zip.write(dir / "names.zip");
+  const auto before = testing::snapshotTree(dir.path());
+  std::vector<std::string> expected;
+  for (const auto& [name, logical] : kCases) {
+    if (!logical.empty()) expected.push_back(logical);
+  }
+  std::vector<std::string> got;
+  const fs::path out = dir / "out";
+  fs::create_directory(out);
+  for (const SourceFilePtr& file : SourceCollector::collect({dir / "names.zip"})) {
+    SCOPED_TRACE(file->logicalPath());
+    got.push_back(file->logicalPath());
+    // Whatever a name was, joining it to a folder stays in that folder.
+    EXPECT_EQ((out / file->fileName()).lexically_normal().parent_path(), out);
+    const fs::path joined = (out / file->logicalPath()).lexically_normal();
+    EXPECT_FALSE(joined.lexically_relative(out).string().starts_with("..")) << joined;
+    // A name too long for the file system fails to be created; it never lands elsewhere.
+    if (file->fileName().size() > 255) {
+      EXPECT_THROW(file->copy(out / file->fileName()), QuillmereError);
+    } else {
+      file->copy(out / file->fileName());
+    }
+  }
+  EXPECT_EQ(got, expected);
+  std::vector<std::string> written;
+  for (const auto& item : fs::directory_iterator(out)) written.push_back(item.path().filename());
+  std::sort(written.begin(), written.end());
+  EXPECT_EQ(written, (std::vector<std::string>{"a\uFFFDb.jpg", "evil.jpg", "path.jpg", "x.jpg"}));
+  fs::remove_all(out);
+  EXPECT_EQ(testing::snapshotTree(dir.path()), before);
 }
 
 }  // namespace

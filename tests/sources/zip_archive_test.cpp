@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "core/sources/quillmere_error.h"
+#include "core/sources/zip_entry_file.h"
 #include "tests/support/run_command.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/zip_builder.h"
@@ -14,6 +15,7 @@
 namespace quillmere {
 namespace {
 
+namespace fs = std::filesystem;
 using testing::TempDir;
 using testing::toBytes;
 using testing::ZipBuilder;
@@ -169,6 +171,47 @@ TEST(ZipArchiveTest, DamageFailsWithTheRightMessageAndLeavesTheArchiveUsable) {
   EXPECT_THROW(zip.extract(e[3], true, [](auto) -> bool { throw std::runtime_error("sink"); }),
                std::runtime_error);
   EXPECT_EQ(extractAll(zip, e[3]), toBytes("fine"));
+}
+
+TEST(ZipArchiveTest, ContentPastItsDeclaredSizeNeverReachesADestination) {
+  TempDir dir;
+  const Bytes zeros(3 << 20, 0);
+  Bytes bytes =
+      ZipBuilder()
+          .add({.name = toBytes("bomb.bin"), .content = zeros})
+          .add({.name = toBytes("long.jpg"), .content = toBytes("0123456789"), .method = 0})
+          .add({.name = toBytes("short.jpg"), .content = toBytes("0123456789"), .method = 0})
+          .add({.name = toBytes("honest.bin"), .content = zeros})
+          .build();
+  // The directory's uncompressed sizes lie: 1,000 bytes for 3 MiB, 5 for 10, 20 for 10.
+  std::uint64_t record = 0;
+  for (const std::uint32_t size : {1000u, 5u, 20u}) {
+    record = std::search(bytes.begin() + record + 1, bytes.end(), "PK\1\2", "PK\1\2" + 4) -
+             bytes.begin();
+    for (int i = 0; i < 4; ++i) bytes[record + 24 + i] = static_cast<std::uint8_t>(size >> (8 * i));
+  }
+  testing::writeFile(dir / "x.zip", bytes);
+  const auto archive = std::make_shared<const ZipArchive>(dir / "x.zip");
+  const auto& entries = archive->entries();
+  ASSERT_EQ(entries.size(), 4u);
+  const auto before = testing::snapshotTree(dir.path());
+  for (std::size_t i = 0; i < 3; ++i) {
+    const ZipEntryFile file(archive, entries[i], entries[i].path);
+    SCOPED_TRACE(file.logicalPath());
+    std::uint64_t streamed = 0;
+    EXPECT_EQ(failure([&] {
+                file.stream([&](std::span<const std::uint8_t> chunk) { streamed += chunk.size(); });
+              }),
+              kCorrupt);
+    EXPECT_LE(streamed, entries[i].uncompressedSize);
+    EXPECT_EQ(failure([&] { file.copy(dir / "copy"); }), kCorrupt);
+    EXPECT_FALSE(fs::exists(dir / "copy"));
+    EXPECT_EQ(failure([&] { file.readAll(); }), kCorrupt);
+    EXPECT_EQ(file.readPrefix(3).size(), 3u);  // a head can still be looked at
+  }
+  EXPECT_EQ(testing::snapshotTree(dir.path()), before);
+  ZipEntryFile(archive, entries[3], "honest.bin").copy(dir / "honest.bin");
+  EXPECT_EQ(testing::readFile(dir / "honest.bin"), zeros);
 }
 
 // Info-ZIP is an independent writer (here with forced ZIP64 records); one opened archive is read

@@ -72,8 +72,9 @@ std::vector<std::string> changedTags(const nlohmann::json& before, const nlohman
     if (isDescriptive(key)) return;
     const std::string name = key.substr(key.find(':') + 1);
     if (written.count(name) != 0 || isPosition(name)) return;
-    // An empty text says nothing; dropping it loses nothing.
-    if (!after.contains(key) && before.at(key) == "") return;
+    // An empty text says nothing, and a warning that is gone (a stale IPTC digest, made
+    // current) reports damage no longer there.
+    if (!after.contains(key) && (before.at(key) == "" || name == "Warning")) return;
     if (!before.contains(key) || !after.contains(key) || before.at(key) != after.at(key)) {
       changed.push_back(key);
     }
@@ -83,6 +84,40 @@ std::vector<std::string> changedTags(const nlohmann::json& before, const nlohman
     if (!before.contains(key)) consider(key);
   }
   return changed;
+}
+
+const std::set<std::string>& writtenTagNames() {
+  static const std::set<std::string> names = {"DateTimeOriginal",
+                                              "CreateDate",
+                                              "DateTimeDigitized",
+                                              "OffsetTimeOriginal",
+                                              "OffsetTimeDigitized",
+                                              "DateCreated",
+                                              "TimeCreated",
+                                              "DateTimeCreated",
+                                              "SubSecDateTimeOriginal",
+                                              "SubSecCreateDate",
+                                              "GPSVersionID",
+                                              "GPSLatitude",
+                                              "GPSLatitudeRef",
+                                              "GPSLongitude",
+                                              "GPSLongitudeRef",
+                                              "GPSAltitude",
+                                              "GPSAltitudeRef",
+                                              "GPSPosition",
+                                              "ImageDescription",
+                                              "Caption-Abstract",
+                                              "Description",
+                                              "Keywords",
+                                              "Subject",
+                                              "CodedCharacterSet",
+                                              "XMPToolkit",
+                                              "ApplicationRecordVersion",
+                                              "EnvelopeRecordVersion",
+                                              "CurrentIPTCDigest",
+                                              "IPTCDigest",
+                                              "WebP_Flags"};
+  return names;
 }
 
 std::string pixelHash(const std::filesystem::path& file) {

@@ -26,6 +26,11 @@ nlohmann::json exiftoolTags(const std::filesystem::path& file);
 std::vector<std::string> changedTags(const nlohmann::json& before, const nlohmann::json& after,
                                      const std::set<std::string>& written);
 
+// What writing a patch into a photo may change, by exiftool's tag names: the written tags, their
+// counterparts in the other blocks, what exiftool derives from them, the XMP toolkit name of a
+// packet written anew, and the WebP flags that announce the Exif and XMP chunks.
+const std::set<std::string>& writtenTagNames();
+
 // SHA-256 of the pixels ImageMagick decodes, as 8-bit RGBA; empty when it cannot decode them.
 std::string pixelHash(const std::filesystem::path& file);
 

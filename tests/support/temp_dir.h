@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace quillmere::testing {
 
@@ -21,6 +22,9 @@ class TempDir {
  private:
   std::filesystem::path path_;
 };
+
+// The regular files directly in `folder`, sorted by path.
+std::vector<std::filesystem::path> filesIn(const std::filesystem::path& folder);
 
 // Every file below `root` (hidden ones too) mapped to the SHA-256 of its content, plus every
 // folder mapped to "dir". Comparing two snapshots proves a tree was left byte for byte as it was.

@@ -1,4 +1,4 @@
-#include "core/scan/media_kind.h"
+#include "core/sources/media_kind.h"
 
 #include <nlohmann/json.hpp>
 

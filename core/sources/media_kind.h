@@ -1,5 +1,5 @@
-#ifndef QUILLMERE_CORE_SCAN_MEDIA_KIND_H_
-#define QUILLMERE_CORE_SCAN_MEDIA_KIND_H_
+#ifndef QUILLMERE_CORE_SOURCES_MEDIA_KIND_H_
+#define QUILLMERE_CORE_SOURCES_MEDIA_KIND_H_
 
 #include <functional>
 #include <nlohmann/json_fwd.hpp>
@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/scan/raw_value.h"
+#include "core/sources/raw_value.h"
 
 namespace quillmere {
 
@@ -40,4 +40,4 @@ void from_json(const nlohmann::json& json, MediaKind& kind);
 
 }  // namespace quillmere
 
-#endif  // QUILLMERE_CORE_SCAN_MEDIA_KIND_H_
+#endif  // QUILLMERE_CORE_SOURCES_MEDIA_KIND_H_

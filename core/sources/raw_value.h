@@ -1,5 +1,5 @@
-#ifndef QUILLMERE_CORE_SCAN_RAW_VALUE_H_
-#define QUILLMERE_CORE_SCAN_RAW_VALUE_H_
+#ifndef QUILLMERE_CORE_SOURCES_RAW_VALUE_H_
+#define QUILLMERE_CORE_SOURCES_RAW_VALUE_H_
 
 #include <initializer_list>
 #include <nlohmann/json_fwd.hpp>
@@ -38,4 +38,4 @@ void readRawValue(const Json& json, Enum& value, const char* what) {
 
 }  // namespace quillmere
 
-#endif  // QUILLMERE_CORE_SCAN_RAW_VALUE_H_
+#endif  // QUILLMERE_CORE_SOURCES_RAW_VALUE_H_
