@@ -25,6 +25,7 @@ constexpr Command kCommands[] = {
      quillmere::cli::runZone},
     {"inspect", "show the dates, places, captions and sizes photos and movies carry",
      quillmere::cli::runInspect},
+    {"import", "add a repair's copies to an Immich server", quillmere::cli::runImport},
 };
 
 void printUsage(std::FILE* out) {

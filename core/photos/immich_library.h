@@ -43,6 +43,8 @@ class ImmichLibrary final : public PhotoLibrary {
     // A transfer slower than `lowSpeedBytes` per second for this long is abandoned.
     std::chrono::seconds lowSpeedTime{60};
     long lowSpeedBytes = 1;
+    // Longest wait for any answer but an upload's.
+    std::chrono::seconds answerTimeout{120};
   };
 
   // Makes no request yet: the server is first reached by authorize() (or any other call).

@@ -2,11 +2,10 @@
 
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <random>
 #include <sstream>
-#include <system_error>
 
 #include "core/photos/photos_importer.h"
+#include "core/sources/file_io.h"
 #include "core/sources/unicode_text.h"
 
 namespace quillmere {
@@ -14,31 +13,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Writes `text` to a fresh name beside `file`, then renames it over `file`, so readers see the
-// old file or the whole new one. False (and nothing left behind) on any failure.
+// The whole of `text` at `file`, or (on any failure) the old file untouched.
 bool writeAtomically(const fs::path& file, std::string_view text) {
-  std::random_device random;
-  const fs::path temporary = file.parent_path() / ("." + file.filename().string() + "." +
-                                                   std::to_string(random()) + ".tmp");
-  {
-    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    if (!out) return false;
-    out.write(text.data(), static_cast<std::streamsize>(text.size()));
-    out.flush();
-    if (!out) {
-      out.close();
-      std::error_code ignored;
-      fs::remove(temporary, ignored);
-      return false;
-    }
-  }
-  std::error_code error;
-  fs::rename(temporary, file, error);
-  if (error) {
-    fs::remove(temporary, error);
+  try {
+    FileIO::writeFile(file,
+                      std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()),
+                      /*exclusive=*/false);
+    return true;
+  } catch (const std::exception&) {
     return false;
   }
-  return true;
 }
 
 std::optional<std::string> readWhole(const fs::path& file) {
