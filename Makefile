@@ -9,7 +9,8 @@ ifneq ($(CCACHE),)
 CMAKE_GEN   += -DCMAKE_C_COMPILER_LAUNCHER=$(CCACHE) -DCMAKE_CXX_COMPILER_LAUNCHER=$(CCACHE)
 endif
 
-.PHONY: all deps build release test demo bench fuzz fuzz-build fuzz-smoke format clean
+.PHONY: all deps build release test demo bench fuzz fuzz-build fuzz-smoke format clean screenshots \
+        package
 
 all: build
 
@@ -48,6 +49,20 @@ fuzz: fuzz-build
 # A short run of every fuzz target, part of `make test`.
 fuzz-smoke: fuzz-build
 	scripts/run-fuzzers $(BUILD_DIR)/fuzz 30
+
+# Every screen of the app, light and dark, rendered without a display into build/screenshots/.
+screenshots: deps
+	cmake -S . -B $(BUILD_DIR)/debug $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Debug -DQUILLMERE_SANITIZE=ON
+	cmake --build $(BUILD_DIR)/debug --target quillmere-screenshots -j $(JOBS)
+	QT_QPA_PLATFORM=offscreen $(BUILD_DIR)/debug/app/quillmere-screenshots $(BUILD_DIR)/screenshots
+
+# The Debian package (quillmere_VERSION_ARCH.deb in build/package), dependencies from the
+# shared libraries the programs link.
+package: deps
+	cmake -S . -B $(BUILD_DIR)/package $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release \
+	  -DCMAKE_INSTALL_PREFIX=/usr -DQUILLMERE_TESTS=OFF
+	cmake --build $(BUILD_DIR)/package -j $(JOBS)
+	cd $(BUILD_DIR)/package && cpack -G DEB
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i
