@@ -1,6 +1,7 @@
 #include "app/repair_model.h"
 #include "core/photos/immich_library.h"
 #include "core/photos/photos_importer.h"
+#include "core/repair/repair_engine.h"
 #include "core/scan/export_scanner.h"
 
 namespace quillmere {
@@ -19,6 +20,10 @@ RepairBackend RepairBackend::core() {
   backend.scan = [](const std::vector<std::filesystem::path>& inputs,
                     const ProgressCallback& progress) {
     return ExportScanner::scan(inputs, progress);
+  };
+  backend.repair = [](const ScanResult& scan, const RepairOptions& options,
+                      const ProgressCallback& progress, const CancelQuery& isCancelled) {
+    return RepairEngine::run(scan, options, progress, isCancelled);
   };
   backend.import.itemCount = [](const RepairResult& result) {
     return static_cast<std::int64_t>(PhotosImporter::items(result).size());
