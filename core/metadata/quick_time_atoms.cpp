@@ -8,6 +8,8 @@
 #include <cmath>
 #include <system_error>
 
+#include "core/sources/file_io.h"
+
 namespace quillmere::QuickTimeAtoms {
 namespace {
 
@@ -32,31 +34,11 @@ class Descriptor {
 
 // Up to `count` bytes at `offset`; fewer only at the end of the file.
 std::size_t readAt(int descriptor, std::uint64_t offset, std::uint8_t* into, std::size_t count) {
-  std::size_t done = 0;
-  while (done < count) {
-    const ssize_t got =
-        ::pread(descriptor, into + done, count - done, static_cast<off_t>(offset + done));
-    if (got < 0) {
-      if (errno == EINTR) continue;
-      throwErrno("Couldn't read the movie");
-    }
-    if (got == 0) break;
-    done += static_cast<std::size_t>(got);
-  }
-  return done;
+  return FileIO::preadAll(descriptor, {into, count}, offset, "Couldn't read the movie");
 }
 
 void writeAt(int descriptor, std::uint64_t offset, const std::uint8_t* from, std::size_t count) {
-  std::size_t done = 0;
-  while (done < count) {
-    const ssize_t put =
-        ::pwrite(descriptor, from + done, count - done, static_cast<off_t>(offset + done));
-    if (put < 0) {
-      if (errno == EINTR) continue;
-      throwErrno("Couldn't write the movie");
-    }
-    done += static_cast<std::size_t>(put);
-  }
+  FileIO::pwriteAll(descriptor, {from, count}, offset, "Couldn't write the movie");
 }
 
 std::uint64_t bigEndian(const std::uint8_t* bytes, int width) {

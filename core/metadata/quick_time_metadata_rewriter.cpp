@@ -13,6 +13,7 @@
 
 #include "core/metadata/quick_time_atom_tree.h"
 #include "core/metadata/quick_time_atoms.h"
+#include "core/sources/file_io.h"
 
 namespace quillmere::QuickTimeMetadataRewriter {
 namespace {
@@ -44,27 +45,20 @@ class Descriptor {
 };
 
 bool readFully(int descriptor, std::uint64_t offset, std::uint8_t* into, std::size_t count) {
-  std::size_t done = 0;
-  while (done < count) {
-    const ssize_t got =
-        ::pread(descriptor, into + done, count - done, static_cast<off_t>(offset + done));
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) return false;
-    done += static_cast<std::size_t>(got);
+  try {
+    return FileIO::preadAll(descriptor, {into, count}, offset, "read") == count;
+  } catch (const std::system_error&) {
+    return false;
   }
-  return true;
 }
 
 bool writeFully(int descriptor, std::uint64_t offset, const std::uint8_t* from, std::size_t count) {
-  std::size_t done = 0;
-  while (done < count) {
-    const ssize_t put =
-        ::pwrite(descriptor, from + done, count - done, static_cast<off_t>(offset + done));
-    if (put < 0 && errno == EINTR) continue;
-    if (put <= 0) return false;
-    done += static_cast<std::size_t>(put);
+  try {
+    FileIO::pwriteAll(descriptor, {from, count}, offset, "write");
+    return true;
+  } catch (const std::system_error&) {
+    return false;
   }
-  return true;
 }
 
 // Copies `count` bytes from `from` in `source` to `to` in `target`: in the kernel where it can,

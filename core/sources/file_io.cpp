@@ -127,19 +127,7 @@ std::size_t FileDescriptor::readFully(std::span<std::uint8_t> out) const {
 }
 
 std::size_t FileDescriptor::preadFully(std::span<std::uint8_t> out, std::uint64_t offset) const {
-  constexpr auto kMaxOffset = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
-  std::size_t done = 0;
-  while (done < out.size()) {
-    // Past the largest offset the system can address, the file has certainly ended.
-    if (offset > kMaxOffset || done > kMaxOffset - offset) break;
-    const ssize_t n =
-        ::pread(fd_, out.data() + done, out.size() - done, static_cast<off_t>(offset + done));
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) fail("read");
-    if (n == 0) break;
-    done += static_cast<std::size_t>(n);
-  }
-  return done;
+  return FileIO::preadAll(fd_, out, offset, ("Couldn't read " + path_.string()).c_str());
 }
 
 void FileDescriptor::writeFully(std::span<const std::uint8_t> bytes) const {
@@ -236,6 +224,39 @@ void setFileTimes(const fs::path& path, double accessed, double modified) {
   if (::utimensat(AT_FDCWD, path.c_str(), times, 0) != 0) {
     throw std::system_error(errno, std::generic_category(),
                             "Couldn't set the times of " + path.string());
+  }
+}
+
+std::size_t preadAll(int fd, std::span<std::uint8_t> out, std::uint64_t offset, const char* what) {
+  constexpr auto kMaxOffset = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
+  std::size_t done = 0;
+  while (done < out.size()) {
+    // Past the largest offset the system can address, the file has certainly ended.
+    if (offset > kMaxOffset || done > kMaxOffset - offset) break;
+    const ssize_t n =
+        ::pread(fd, out.data() + done, out.size() - done, static_cast<off_t>(offset + done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) throw std::system_error(errno, std::generic_category(), what);
+    if (n == 0) break;
+    done += static_cast<std::size_t>(n);
+  }
+  return done;
+}
+
+void pwriteAll(int fd, std::span<const std::uint8_t> bytes, std::uint64_t offset,
+               const char* what) {
+  constexpr auto kMaxOffset = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
+  std::size_t done = 0;
+  while (done < bytes.size()) {
+    if (offset > kMaxOffset || done > kMaxOffset - offset) {
+      throw std::system_error(EFBIG, std::generic_category(), what);
+    }
+    const ssize_t n =
+        ::pwrite(fd, bytes.data() + done, bytes.size() - done, static_cast<off_t>(offset + done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) throw std::system_error(errno, std::generic_category(), what);
+    if (n == 0) throw std::system_error(ENOSPC, std::generic_category(), what);
+    done += static_cast<std::size_t>(n);
   }
 }
 

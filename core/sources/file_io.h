@@ -118,6 +118,15 @@ Bytes readFile(const std::filesystem::path& path, std::uint64_t maxBytes);
 // time no file system can hold).
 void setFileTimes(const std::filesystem::path& path, double accessed, double modified);
 
+// Reads up to `out.size()` bytes at `offset` of a descriptor the caller owns, retrying
+// interrupted calls; fewer only at the end of the file. Throws std::system_error with `what`.
+std::size_t preadAll(int fd, std::span<std::uint8_t> out, std::uint64_t offset, const char* what);
+
+// Writes all of `bytes` at `offset` of a descriptor the caller owns, retrying interrupted and
+// short writes. Throws std::system_error with `what` (ENOSPC also for a write that makes no
+// progress).
+void pwriteAll(int fd, std::span<const std::uint8_t> bytes, std::uint64_t offset, const char* what);
+
 // Writes `bytes` to `target` under a temporary name beside it, then renames it into place,
 // replacing what is there; with `exclusive`, an existing target fails with EEXIST ("File
 // exists") and is left alone. Nothing is flushed to disk. Throws

@@ -12,6 +12,7 @@
 #include "core/metadata/embedded_metadata_reader.h"
 #include "tests/support/media_fixtures.h"
 #include "tests/support/photo_checks.h"
+#include "tests/support/run_command.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/zip_builder.h"
 
@@ -151,14 +152,16 @@ TEST(MetadataWriterTest, WritesEveryRewritableFormatAndExiftoolReadsItBack) {
 
 TEST(MetadataWriterTest, WhatCannotBeRewrittenKeepsItsBytesBesideAnExclusiveSidecar) {
   testing::TempDir dir;
-  const fs::path heic = dir / "photo.HEIC";
-  testing::makePhoto(heic, PhotoFormat::heic, 64, 48);
-  const Bytes original = testing::readFile(heic);
+  // GIF has no lossless place for Exif; HEIF photos are rewritten in place since they can be.
+  const fs::path gif = dir / "photo.gif";
+  ASSERT_EQ(testing::runCommand({"convert", "-size", "64x48", "gradient:", gif.string()}).exitCode,
+            0);
+  const Bytes original = testing::readFile(gif);
   testing::writeFile(dir / "clip.avi", testing::toBytes("RIFF....AVI "));
   const struct {
     const char* name;
     MediaKind kind;
-  } cases[] = {{"photo.HEIC", MediaKind::photo}, {"clip.avi", MediaKind::video}};
+  } cases[] = {{"photo.gif", MediaKind::photo}, {"clip.avi", MediaKind::video}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const fs::path destination = dir / ("copy-" + std::string(c.name));
@@ -185,10 +188,10 @@ TEST(MetadataWriterTest, WhatCannotBeRewrittenKeepsItsBytesBesideAnExclusiveSide
     }
     EXPECT_EQ(testing::readFile(destination.string() + ".xmp"), sidecarBytes);
   }
-  EXPECT_EQ(testing::readFile(dir / "copy-photo.HEIC"), original);
+  EXPECT_EQ(testing::readFile(dir / "copy-photo.gif"), original);
   EXPECT_EQ(namesIn(dir.path()),
-            (std::vector<std::string>{"copy-clip.avi", "copy-clip.avi.xmp", "copy-photo.HEIC",
-                                      "copy-photo.HEIC.xmp"}));
+            (std::vector<std::string>{"copy-clip.avi", "copy-clip.avi.xmp", "copy-photo.gif",
+                                      "copy-photo.gif.xmp"}));
 }
 
 TEST(MetadataWriterTest, EmptyPatchesMoveTheFileAndUndatedOnesOnlySetItsTimes) {
