@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/support/iso_boxes.h"
+#include "tests/support/photo_checks.h"
 #include "tests/support/run_command.h"
 #include "tests/support/scoped_environment.h"
 #include "tests/support/temp_dir.h"
@@ -22,12 +23,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The shared real samples: $QUILLMERE_SAMPLES when set (a worktree lies elsewhere than the
-// main checkout), else beside the checkout.
-fs::path samplesFolder() {
-  const char* set = std::getenv("QUILLMERE_SAMPLES");
-  return set && *set ? fs::path(set) : fs::path(QUILLMERE_SOURCE_DIR) / ".." / "shared" / "samples";
-}
 constexpr int kMemoryBudgetMB = 768;
 // A guard against hangs on a machine shared by many builds; a file normally takes a fraction of
 // a second (the slowest batch's time a file is printed for a look).
@@ -98,7 +93,7 @@ std::vector<fs::path> filesUnder(const fs::path& folder) {
 class SampleFilesTest : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(SampleFilesTest, InspectReadsEachWithinItsBudget) {
-  const fs::path folder = samplesFolder() / GetParam();
+  const fs::path folder = testing::sharedSamples() / GetParam();
   if (!fs::is_directory(folder)) GTEST_SKIP() << "no shared samples at " << folder;
   const auto before = testing::snapshotTree(folder);
   EXPECT_GT(expectEachReadSafely(filesUnder(folder)), 0);

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "core/metadata/metadata_writer.h"
+#include "tests/support/photo_checks.h"
 #include "tests/support/run_command.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/zip_builder.h"
@@ -27,14 +28,7 @@ namespace fs = std::filesystem;
 using testing::runCommand;
 using testing::TempDir;
 
-// Beside the checkout, or beside the folder of worktrees.
-fs::path sampleMovies() {
-  for (const fs::path& shared : {fs::path(QUILLMERE_SOURCE_DIR) / ".." / "shared",
-                                 fs::path(QUILLMERE_SOURCE_DIR) / ".." / ".." / "shared"}) {
-    if (fs::is_directory(shared / "samples" / "movies")) return shared / "samples" / "movies";
-  }
-  return fs::path(QUILLMERE_SOURCE_DIR) / ".." / "shared" / "samples" / "movies";
-}
+fs::path sampleMovies() { return testing::sharedSamples() / "movies"; }
 
 // Date 2021-03-04T10:05:00+01:00, a place with an altitude, a caption beyond ASCII, two albums.
 MetadataPatch fullPatch() {

@@ -9,6 +9,7 @@
 
 #include "tests/support/immich_standin.h"
 #include "tests/support/media_fixtures.h"
+#include "tests/support/photo_checks.h"
 #include "tests/support/run_command.h"
 #include "tests/support/scoped_environment.h"
 #include "tests/support/temp_dir.h"
@@ -150,7 +151,7 @@ TEST(ImmichLibraryAssets, SendsAHeicsSidecarAndPairsALivePhotoMovieFirst) {
 }
 
 TEST(ImmichLibraryAssets, AddsARealIPhoneStillAndMovieAsOneLivePhotoByteForByte) {
-  const fs::path samples = fs::path(QUILLMERE_SOURCE_DIR) / "../shared/samples";
+  const fs::path samples = testing::sharedSamples();
   const fs::path still = samples / "heif/iphone_13_pro_max.HEIC";
   const fs::path movie = samples / "movies/with-gps.mov";
   if (!fs::exists(still) || !fs::exists(movie)) {

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "core/sources/quillmere_error.h"
+#include "tests/support/photo_checks.h"
 #include "tests/support/run_command.h"
 #include "tests/support/temp_dir.h"
 
@@ -394,7 +395,7 @@ TEST_F(OverlayCompositorTest, WorksFromSeveralThreadsAtOnce) {
 
 TEST(OverlayCompositorSampleTest, TurnsARealPhoneHEICUprightOnce) {
   // Stored landscape with both a HEIF rotation and an EXIF orientation of 6, in Display P3.
-  const fs::path samples = fs::path(QUILLMERE_SOURCE_DIR) / ".." / "shared" / "samples";
+  const fs::path samples = testing::sharedSamples();
   const fs::path iphone = samples / "heif" / "iphone_13_pro_max.HEIC";
   if (!fs::exists(iphone)) GTEST_SKIP() << "no sample files at " << samples;
   const auto before = testing::snapshotTree(iphone.parent_path());

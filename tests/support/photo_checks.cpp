@@ -55,7 +55,8 @@ bool isPosition(const std::string& name) {
 }  // namespace
 
 std::filesystem::path sharedSamples() {
-  if (const char* folder = std::getenv("QUILLMERE_SAMPLES")) return folder;
+  const char* folder = std::getenv("QUILLMERE_SAMPLES");
+  if (folder != nullptr && *folder != '\0') return folder;
   return std::filesystem::path(QUILLMERE_SOURCE_DIR) / ".." / "shared" / "samples";
 }
 
