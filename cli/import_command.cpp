@@ -1,6 +1,4 @@
-#include <signal.h>
 
-#include <atomic>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
@@ -9,6 +7,7 @@
 #include "cli/commands.h"
 #include "cli/number_format.h"
 #include "cli/progress_bar.h"
+#include "cli/stop_signals.h"
 #include "core/photos/immich_library.h"
 
 namespace quillmere::cli {
@@ -32,29 +31,6 @@ constexpr const char* kImportHelp =
     "Ctrl-C stops before the next item and still fills the albums.\n"
     "Exit status: 0 everything was added, 1 some items couldn't be added, 2 the import couldn't\n"
     "run, 130 stopped.\n";
-
-// Set by Ctrl-C while an import runs; polled before each item.
-std::atomic<bool> stopRequested = false;
-
-void requestStop(int) { stopRequested = true; }
-
-// Routes Ctrl-C to the stop flag for the life of an import, then restores the old handler.
-class InterruptGuard {
- public:
-  InterruptGuard() {
-    stopRequested = false;
-    struct sigaction action = {};
-    action.sa_handler = requestStop;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, &previous_);
-  }
-  ~InterruptGuard() { sigaction(SIGINT, &previous_, nullptr); }
-  InterruptGuard(const InterruptGuard&) = delete;
-  InterruptGuard& operator=(const InterruptGuard&) = delete;
-
- private:
-  struct sigaction previous_ = {};
-};
 
 std::string items(std::int64_t count) {
   return groupedCount(count) + " " + std::string(plural(count, "item", "items"));
@@ -98,14 +74,14 @@ int importRepairResult(const RepairResult& result, ExportKind kind, const Import
   std::string library;
   {
     ProgressBar bar(options.quiet);
-    InterruptGuard interrupts;
+    const StopSignals signals;
     try {
       ImmichLibrary immich(ImmichCredentials::find(options.server, options.key));
       library = immich.name();
       summary = PhotosImporter::run(
           result, kind, immich,
           [&](const WorkProgress& p) { bar.update(p.phase, p.done, p.total); },
-          [] { return stopRequested.load(); });
+          [] { return stopRequested(); });
     } catch (const PhotosImportError& error) {
       bar.finish();
       std::fprintf(stderr, "%s\n", error.what());
@@ -122,7 +98,7 @@ int importRepairResult(const RepairResult& result, ExportKind kind, const Import
   } else {
     std::fputs(summaryText(summary, library).c_str(), stdout);
   }
-  if (stopRequested) return kExitStopped;
+  if (stopRequested()) return kExitStopped;
   return summary.failed > 0 ? kExitDamaged : kExitOk;
 }
 

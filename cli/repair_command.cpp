@@ -1,7 +1,3 @@
-#include <signal.h>
-#include <unistd.h>
-
-#include <atomic>
 #include <cstdio>
 #include <exception>
 #include <nlohmann/json.hpp>
@@ -10,6 +6,7 @@
 #include "cli/commands.h"
 #include "cli/progress_bar.h"
 #include "cli/repair_result_text.h"
+#include "cli/stop_signals.h"
 #include "core/repair/repair_engine.h"
 #include "core/scan/export_scanner.h"
 #include "core/sources/quillmere_error.h"
@@ -42,40 +39,6 @@ constexpr const char* kRepairHelp =
     "Exit status: 0 every file was repaired or copied, 1 some files failed (listed in\n"
     "Report/couldnt-fix.csv), 2 the repair couldn't start or couldn't finish its report,\n"
     "130 stopped.\n";
-
-// Set from the signal handler; the engine polls it before each item.
-std::atomic<bool> stopRequested{false};
-static_assert(std::atomic<bool>::is_always_lock_free);
-
-extern "C" void requestStop(int) {
-  if (!stopRequested.exchange(true)) {
-    constexpr char kMessage[] = "\nStopping after the item in progress\xE2\x80\xA6\n";
-    [[maybe_unused]] const auto written = ::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
-  }
-}
-
-// Routes SIGINT and SIGTERM to requestStop for its lifetime.
-class StopSignals {
- public:
-  StopSignals() {
-    struct sigaction action {};
-    action.sa_handler = requestStop;
-    sigemptyset(&action.sa_mask);
-    action.sa_flags = SA_RESTART;
-    sigaction(SIGINT, &action, &oldInt_);
-    sigaction(SIGTERM, &action, &oldTerm_);
-  }
-  ~StopSignals() {
-    sigaction(SIGINT, &oldInt_, nullptr);
-    sigaction(SIGTERM, &oldTerm_, nullptr);
-  }
-  StopSignals(const StopSignals&) = delete;
-  StopSignals& operator=(const StopSignals&) = delete;
-
- private:
-  struct sigaction oldInt_ {};
-  struct sigaction oldTerm_ {};
-};
 
 struct RepairArguments {
   std::filesystem::path out;
@@ -138,8 +101,7 @@ nlohmann::json resultJson(const ScanResult& scan, const RepairResult& result, bo
 int runRepair(std::span<const std::string> args) {
   RepairArguments arguments;
   if (const auto done = parse(args, arguments)) return *done;
-  stopRequested = false;
-  const StopSignals signals;
+  const StopSignals signals("\nStopping after the item in progress\xE2\x80\xA6\n");
   const bool allThere = allExist(arguments.inputs);
   ScanResultPtr scan;
   RepairResultPtr result;
@@ -149,21 +111,21 @@ int runRepair(std::span<const std::string> args) {
     try {
       scan = ExportScanner::scan(arguments.inputs, show);
       // A scan can't be stopped, but a stop asked for during it still counts.
-      if (stopRequested) {
+      if (stopRequested()) {
         bar.finish();
         std::fputs("Stopped before the repair started; nothing was written.\n", stderr);
         return kExitStopped;
       }
       const RepairOptions options{std::filesystem::absolute(arguments.out),
                                   arguments.albumKeywords};
-      result = RepairEngine::run(*scan, options, show, [] { return stopRequested.load(); });
+      result = RepairEngine::run(*scan, options, show, [] { return stopRequested(); });
     } catch (const std::exception& error) {
       bar.finish();
       std::fprintf(stderr, "%s\n", error.what());
       return kExitFailed;
     }
   }
-  const bool stopped = stopRequested;
+  const bool stopped = stopRequested();
   if (arguments.json) {
     std::printf("%s\n", resultJson(*scan, *result, stopped).dump(2).c_str());
   } else {
