@@ -46,9 +46,9 @@ fuzz-build: deps
 fuzz: fuzz-build
 	scripts/run-fuzzers $(BUILD_DIR)/fuzz $(FUZZ_SECONDS)
 
-# A short run of every fuzz target, part of `make test`.
+# A short, repeatable run of every fuzz target, part of `make test`; `make fuzz` explores.
 fuzz-smoke: fuzz-build
-	scripts/run-fuzzers $(BUILD_DIR)/fuzz 30
+	scripts/run-fuzzers $(BUILD_DIR)/fuzz 60 4000
 
 # Every screen of the app, light and dark, rendered without a display into build/screenshots/.
 screenshots: deps
