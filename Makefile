@@ -48,7 +48,7 @@ fuzz: fuzz-build
 
 # A short, repeatable run of every fuzz target, part of `make test`; `make fuzz` explores.
 fuzz-smoke: fuzz-build
-	scripts/run-fuzzers $(BUILD_DIR)/fuzz 60 4000
+	scripts/run-fuzzers $(BUILD_DIR)/fuzz 30 4000
 
 # Every screen of the app, light and dark, rendered without a display into build/screenshots/.
 screenshots: deps
