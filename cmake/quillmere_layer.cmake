@@ -107,6 +107,8 @@ function(quillmere_layer target)
     target_include_directories(${target}_header_check PRIVATE ${tree})
     target_link_libraries(${target}_header_check PRIVATE ${L_BELOW} ${L_PUBLIC_LIBS}
                           ${L_PRIVATE_LIBS})
+    # Each header must compile alone, so these never share a translation unit.
+    set_target_properties(${target}_header_check PROPERTIES UNITY_BUILD OFF)
     add_dependencies(${target} ${target}_header_check)
   endif()
 endfunction()

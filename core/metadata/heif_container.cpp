@@ -16,7 +16,6 @@ using IsoBox::Cursor;
 using IsoBox::fourCC;
 
 constexpr std::uint64_t kMaxMetaBox = 16 << 20;
-constexpr std::uint64_t kMaxItem = 16 << 20;
 constexpr int kMaxTopLevelBoxes = 64;
 // Extents a file may make us walk, whatever its counts claim: far above any real image (a grid
 // of tiles has a few hundred), far below what costs noticeable time.
@@ -202,7 +201,8 @@ std::optional<Bytes> itemBytes(const RandomAccessBytes& bytes, const Meta& meta,
     const std::uint64_t start = location.baseOffset + extent.offset;
     if (start < location.baseOffset || start > total) return std::nullopt;  // overflow or outside
     const std::uint64_t length = extent.length == 0 ? total - start : extent.length;
-    if (length > total - start || length > kMaxItem - data.size()) return std::nullopt;
+    if (length > total - start || length > HeifContainer::kMaxItemBytes - data.size())
+      return std::nullopt;
     if (location.constructionMethod == 0) {
       const std::optional<Bytes> part = bytes.read(start, static_cast<std::size_t>(length));
       if (!part) return std::nullopt;

@@ -16,6 +16,9 @@ namespace quillmere {
 // offset comes from the file, so each is bounds-checked and capped.
 namespace HeifContainer {
 
+// The largest item whose bytes are held in memory (Exif, XMP); larger ones are not read.
+inline constexpr std::uint64_t kMaxItemBytes = 16 << 20;
+
 struct Contents {
   std::optional<std::uint32_t> pixelWidth;  // of the primary item, rotation not applied
   std::optional<std::uint32_t> pixelHeight;

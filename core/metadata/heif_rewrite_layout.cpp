@@ -2,6 +2,7 @@
 #include <set>
 #include <utility>
 
+#include "core/metadata/heif_container.h"
 #include "core/metadata/heif_rewrite_plan.h"
 #include "core/metadata/iso_box.h"
 
@@ -12,7 +13,6 @@ namespace {
 using IsoBox::fourCC;
 using Location = HeifMetaBox::Location;
 
-constexpr std::uint64_t kMaxItem = 16 << 20;  // the largest item kept in memory
 constexpr std::uint32_t kMdat = fourCC("mdat");
 constexpr std::uint32_t kFree = fourCC("free");
 
@@ -238,7 +238,8 @@ std::optional<std::vector<Piece>> plan(const RandomAccessBytes& bytes,
                                        const std::optional<Bytes>& xmpItem) {
   if (!exifItem && !xmpItem) return std::nullopt;
   for (const auto* item : {&exifItem, &xmpItem}) {
-    if (*item && ((*item)->empty() || (*item)->size() > kMaxItem)) return std::nullopt;
+    if (*item && ((*item)->empty() || (*item)->size() > HeifContainer::kMaxItemBytes))
+      return std::nullopt;
   }
   const std::optional<Source> source = open(bytes);
   if (!source) return std::nullopt;

@@ -14,7 +14,6 @@ using IsoBox::fourCC;
 using Location = HeifMetaBox::Location;
 
 constexpr std::uint64_t kMaxMetaBox = 16 << 20;
-constexpr std::uint64_t kMaxItem = 16 << 20;
 constexpr std::size_t kMaxTopLevelBoxes = 4096;
 
 std::optional<std::vector<TopBox>> topLevelBoxes(const RandomAccessBytes& bytes) {
@@ -134,7 +133,8 @@ std::optional<Bytes> itemBytes(const RandomAccessBytes& bytes, const Source& sou
   Bytes data;
   for (const HeifMetaBox::Extent& extent : found->extents) {
     const auto span = extentSpan(*found, extent, inFile ? bytes.size() : source.itemData.size());
-    if (!span || span->second - span->first > kMaxItem - data.size()) return std::nullopt;
+    if (!span || span->second - span->first > HeifContainer::kMaxItemBytes - data.size())
+      return std::nullopt;
     const std::size_t length = static_cast<std::size_t>(span->second - span->first);
     if (inFile) {
       const std::optional<Bytes> part = bytes.read(span->first, length);

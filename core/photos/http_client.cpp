@@ -14,9 +14,6 @@ struct SlistDeleter {
 struct MimeDeleter {
   void operator()(curl_mime* mime) const { curl_mime_free(mime); }
 };
-struct EasyDeleter {
-  void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
-};
 
 // libcurl's process-wide set-up, done once before the first handle.
 void initialiseCurlOnce() {
@@ -47,7 +44,10 @@ void check(CURLcode code) {
 }  // namespace
 
 struct HttpClient::Handle {
-  std::unique_ptr<CURL, EasyDeleter> curl;
+  struct Cleanup {
+    void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
+  };
+  std::unique_ptr<CURL, Cleanup> curl;
   char error[CURL_ERROR_SIZE] = {};
 };
 

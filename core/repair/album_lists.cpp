@@ -20,8 +20,8 @@ std::string safeBaseName(std::string_view album) {
 
 // Writes `text` completely inside the work folder first, so that a killed run never leaves a
 // partial list among the output.
-void writeThroughWork(const std::string& text, const std::filesystem::path& staged,
-                      const std::filesystem::path& target) {
+void writeListThroughWork(const std::string& text, const std::filesystem::path& staged,
+                          const std::filesystem::path& target) {
   FileIO::writeFile(staged,
                     std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()),
                     /*exclusive=*/false);
@@ -72,7 +72,7 @@ void writeAlbums(const AlbumLists& lists, const std::filesystem::path& runFolder
   int index = 0;
   for (const auto& [album, fileName] : names) {
     const auto temp = work / ("album-" + std::to_string(index++) + ".txt");
-    writeThroughWork(albumListText(album, lists.at(album)), temp, folder / fileName);
+    writeListThroughWork(albumListText(album, lists.at(album)), temp, folder / fileName);
   }
 }
 

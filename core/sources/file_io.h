@@ -109,6 +109,9 @@ class AtomicFile {
 
 namespace FileIO {
 
+// How much a stream of file content holds in memory at once.
+inline constexpr std::size_t kStreamChunk = 1 << 20;
+
 // The whole content of the file at `path`. Throws std::system_error when it can't be read, or
 // with std::errc::file_too_large when it holds more than `maxBytes`.
 Bytes readFile(const std::filesystem::path& path, std::uint64_t maxBytes);

@@ -7,7 +7,6 @@
 namespace quillmere {
 namespace {
 
-constexpr std::size_t kChunk = 1 << 20;
 constexpr std::int64_t kMaxReserve = 64 << 20;
 
 }  // namespace
@@ -36,14 +35,14 @@ Bytes FolderFile::readPrefix(std::size_t count) const {
     const std::size_t got = file.readFully(std::span(bytes).subspan(before));
     bytes.resize(before + got);
     if (got < want) break;
-    step = kChunk;
+    step = FileIO::kStreamChunk;
   }
   return bytes;
 }
 
 void FolderFile::stream(const ChunkSink& sink) const {
   const FileDescriptor file = FileDescriptor::openForReading(url_);
-  Bytes buffer(kChunk);
+  Bytes buffer(FileIO::kStreamChunk);
   for (;;) {
     const std::size_t n = file.readFully(buffer);
     if (n > 0) sink(std::span<const std::uint8_t>(buffer.data(), n));

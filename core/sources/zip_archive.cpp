@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "core/sources/file_io.h"
 #include "core/sources/quillmere_error.h"
 #include "core/sources/unicode_text.h"
 
@@ -20,7 +21,6 @@ constexpr std::uint64_t kEndRecordSize = 22;
 constexpr std::uint64_t kMaxTail = kEndRecordSize + 65535;  // end record + longest comment
 constexpr std::uint64_t kCentralRecordSize = 46;
 constexpr std::uint64_t kLocalHeaderSize = 30;
-constexpr std::size_t kChunk = 1 << 20;
 constexpr std::uint32_t kMax32 = 0xFFFFFFFF;
 constexpr std::size_t kMinOutput = 64 << 10;
 
@@ -217,12 +217,14 @@ void ZipArchive::extract(const Entry& entry, bool verifyChecksum, const Sink& si
 
 bool ZipArchive::extractStored(const Entry& entry, std::uint64_t dataStart, std::uint32_t& crc,
                                const Sink& sink) const {
-  Bytes buffer(static_cast<std::size_t>(std::min<std::uint64_t>(entry.compressedSize, kChunk)));
+  Bytes buffer(static_cast<std::size_t>(
+      std::min<std::uint64_t>(entry.compressedSize, FileIO::kStreamChunk)));
   std::uint64_t remaining = entry.compressedSize;
   std::uint64_t offset = dataStart;
   while (remaining > 0) {
     const std::span<std::uint8_t> chunk(
-        buffer.data(), static_cast<std::size_t>(std::min<std::uint64_t>(remaining, kChunk)));
+        buffer.data(),
+        static_cast<std::size_t>(std::min<std::uint64_t>(remaining, FileIO::kStreamChunk)));
     readInto(offset, chunk);
     offset += chunk.size();
     remaining -= chunk.size();
@@ -237,18 +239,19 @@ bool ZipArchive::extractDeflated(const Entry& entry, std::uint64_t dataStart, st
   InflateStream inflater;
   if (!inflater.ok()) throw QuillmereError::corruptZip(name());
   z_stream* stream = inflater.get();
-  const Scratch input(
-      static_cast<std::size_t>(std::min<std::uint64_t>(entry.compressedSize, kChunk)));
+  const Scratch input(static_cast<std::size_t>(
+      std::min<std::uint64_t>(entry.compressedSize, FileIO::kStreamChunk)));
   // Sized to the entry when it is small; the directory's size is only a hint here, a longer
   // stream simply takes more rounds.
   const Scratch output(static_cast<std::size_t>(
-      std::clamp<std::uint64_t>(entry.uncompressedSize, kMinOutput, kChunk)));
+      std::clamp<std::uint64_t>(entry.uncompressedSize, kMinOutput, FileIO::kStreamChunk)));
   std::uint64_t remaining = entry.compressedSize;
   std::uint64_t offset = dataStart;
   for (;;) {
     if (stream->avail_in == 0) {
       if (remaining == 0) throw QuillmereError::corruptZip(name());  // stream cut short
-      const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(remaining, kChunk));
+      const std::size_t n =
+          static_cast<std::size_t>(std::min<std::uint64_t>(remaining, FileIO::kStreamChunk));
       readInto(offset, std::span(input.data.get(), n));
       offset += n;
       remaining -= n;
