@@ -116,8 +116,10 @@ int runRepair(std::span<const std::string> args) {
         std::fputs("Stopped before the repair started; nothing was written.\n", stderr);
         return kExitStopped;
       }
-      const RepairOptions options{std::filesystem::absolute(arguments.out),
-                                  arguments.albumKeywords};
+      // Rows are kept only for the import; otherwise the report files hold them and memory
+      // stays flat however large the export.
+      const RepairOptions options{std::filesystem::absolute(arguments.out), arguments.albumKeywords,
+                                  arguments.addToImmich};
       result = RepairEngine::run(*scan, options, show, [] { return stopRequested(); });
     } catch (const std::exception& error) {
       bar.finish();
@@ -132,8 +134,8 @@ int runRepair(std::span<const std::string> args) {
     std::fputs(repairResultText(*result).c_str(), stdout);
   }
   if (stopped) {
-    std::fprintf(stderr, "Stopped after %zu of %lld items; the report covers those.\n",
-                 static_cast<std::size_t>(result->rows.empty() ? 0 : result->rows.back().item),
+    std::fprintf(stderr, "Stopped after %lld of %lld items; the report covers those.\n",
+                 static_cast<long long>(result->itemsReached),
                  static_cast<long long>(result->summary.items));
     return kExitStopped;
   }

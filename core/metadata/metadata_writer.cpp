@@ -9,6 +9,7 @@
 #include "core/dates/exif_date.h"
 #include "core/dates/iso_date.h"
 #include "core/metadata/exiv2_metadata_writer.h"
+#include "core/metadata/heif_container.h"
 #include "core/metadata/heif_metadata_rewriter.h"
 #include "core/sources/byte_view.h"
 #include "core/sources/file_io.h"
@@ -51,6 +52,21 @@ bool embedHeif(const PhotoTags& tags, const fs::path& source, const fs::path& de
   return HeifMetadataRewriter::rewrite(source, destination, blocks->exifTiff, blocks->xmp);
 }
 
+// Writes the rewritten `photo` to `destination`; false, with nothing new there, when Exiv2
+// refuses the photo. Throws the file system's error.
+bool embedPhotoBytes(const PhotoTags& tags, std::span<const std::uint8_t> photo,
+                     const fs::path& destination) {
+  const std::optional<Bytes> written =
+      Exiv2MetadataWriter::rewrite(photo, destination.filename().string(), tags);
+  if (!written) return false;
+  FileIO::writeFile(destination, *written, /*exclusive=*/false);
+  return true;
+}
+
+void writeBytes(const fs::path& destination, std::span<const std::uint8_t> bytes) {
+  FileIO::writeFile(destination, bytes, /*exclusive=*/false);
+}
+
 // Writes the photo's copy with the tags inside; false, with `source` untouched and nothing new
 // at `destination`, when the format or the file system does not allow it.
 bool embedPhoto(const PhotoTags& tags, const fs::path& source, const fs::path& destination) {
@@ -62,12 +78,7 @@ bool embedPhoto(const PhotoTags& tags, const fs::path& source, const fs::path& d
     }
     if (HeifMetadataRewriter::isHeif(source)) return embedHeif(tags, source, destination);
     const std::optional<Bytes> photo = readWhole(source);
-    if (!photo) return false;
-    const std::optional<Bytes> written =
-        Exiv2MetadataWriter::rewrite(*photo, destination.filename().string(), tags);
-    if (!written) return false;
-    FileIO::writeFile(destination, *written, /*exclusive=*/false);
-    return true;
+    return photo && embedPhotoBytes(tags, *photo, destination);
   } catch (const std::exception&) {
     // A full disk or a folder that refuses files: the fallback meets the same folder and
     // reports what it finds.
@@ -121,6 +132,42 @@ WriteMethod write(const MetadataPatch& patch, MediaKind kind, const fs::path& so
     std::error_code ignored;  // usually nothing is there
     fs::remove(destination, ignored);
     FileIO::moveFile(source, destination);
+    writeXMPSidecar(patch, destination, existingKeywords);
+    method = WriteMethod::xmpSidecar;
+  }
+  if (patch.dateUTC) FileIO::setFileTimes(destination, *patch.dateUTC, *patch.dateUTC);
+  return method;
+}
+
+bool writesFromMemory(MediaKind kind, std::span<const std::uint8_t> content) {
+  // The same look at the brands as the file writer takes.
+  return kind == MediaKind::photo &&
+         !HeifContainer::isHeif(content.first(std::min<std::size_t>(content.size(), 4096)));
+}
+
+WriteMethod writeFromMemory(const MetadataPatch& patch, std::span<const std::uint8_t> photo,
+                            const fs::path& destination,
+                            const std::vector<std::string>& existingKeywords) {
+  if (patch.isEmpty()) {
+    writeBytes(destination, photo);
+    return WriteMethod::unchanged;
+  }
+  const PhotoTags tags = buildMetadata(patch, existingKeywords);
+  bool embedded = false;
+  try {
+    if (tags.isEmpty()) {
+      writeBytes(destination, photo);
+      embedded = true;
+    } else {
+      embedded = !photo.empty() && photo.size() <= kLargestPhoto &&
+                 embedPhotoBytes(tags, photo, destination);
+    }
+  } catch (const std::exception&) {
+    // As for a file: the fallback meets the same folder and reports what it finds.
+  }
+  WriteMethod method = WriteMethod::embedded;
+  if (!embedded) {
+    writeBytes(destination, photo);
     writeXMPSidecar(patch, destination, existingKeywords);
     method = WriteMethod::xmpSidecar;
   }

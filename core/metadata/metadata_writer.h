@@ -1,8 +1,10 @@
 #ifndef QUILLMERE_CORE_METADATA_METADATA_WRITER_H_
 #define QUILLMERE_CORE_METADATA_METADATA_WRITER_H_
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -60,6 +62,18 @@ PhotoTags buildMetadata(const MetadataPatch& patch,
 WriteMethod write(const MetadataPatch& patch, MediaKind kind, const std::filesystem::path& source,
                   const std::filesystem::path& destination,
                   const std::vector<std::string>& existingKeywords);
+
+// True when writeFromMemory takes a file of `kind` with this `content`: every photo but HEIC,
+// HEIF and AVIF, which are rewritten from a file.
+bool writesFromMemory(MediaKind kind, std::span<const std::uint8_t> content);
+
+// Like write, for a photo whose whole content is `photo` in memory: the copy is written once,
+// from `photo` as it is or from its rewritten bytes, and no working file is consumed. Takes the
+// same way through an unchanged copy, the in-file rewrite and the XMP fallback, with the same
+// outcome for the same bytes. Only for what writesFromMemory accepts. Throws like write.
+WriteMethod writeFromMemory(const MetadataPatch& patch, std::span<const std::uint8_t> photo,
+                            const std::filesystem::path& destination,
+                            const std::vector<std::string>& existingKeywords);
 
 // Copies the movie `source` to `destination` (mov, qt, mp4, m4v by extension) with the patch's
 // QuickTime metadata items, every other byte of the movie kept, then stamps the movie header's

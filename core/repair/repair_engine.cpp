@@ -42,8 +42,17 @@ struct RunState {
   RepairResult& result;
   const std::filesystem::path& work;
   OffsetIndex offsets;
+  ReportWriter::RowFiles report;
   UsedNames used;
   AlbumLists albums;
+
+  // Every row goes to the report files and the totals at once; the result keeps it only when
+  // asked to.
+  void add(RepairRow row) {
+    report.add(row);
+    RepairEngine::tally(result.summary, row);
+    if (options.keepRows) result.rows.push_back(std::move(row));
+  }
 };
 
 RepairRow stagingFailure(const MediaUnit& unit, const MediaFile& file, const std::string& error) {
@@ -70,8 +79,7 @@ RepairRow writeFile(RunState& run, const MediaUnit& unit, const Staged& staged,
   const MetadataPatch& patch = staged.plan.patch;
   RepairRow row = staged.plan.row(unit, *staged.file, relative);
   try {
-    const WriteMethod method = writeThroughWork(patch, kind, staged.temp, destination,
-                                                staged.plan.existingKeywords, run.work);
+    const WriteMethod method = writeCopy(staged, destination, run.work);
     row.method = std::string(label(method));
     if (method == WriteMethod::xmpSidecar) {
       row.notes.push_back("This file type can't hold the metadata safely; it's in " + name +
@@ -104,7 +112,7 @@ void repairItem(RunState& run, const MediaUnit& unit) {
     try {
       staged.push_back(stage(file, run.work, run.offsets, run.options));
     } catch (const std::exception& error) {
-      run.result.rows.push_back(stagingFailure(unit, *file, error.what()));
+      run.add(stagingFailure(unit, *file, error.what()));
     }
   }
   if (staged.empty()) return;
@@ -121,7 +129,7 @@ void repairItem(RunState& run, const MediaUnit& unit) {
   for (const Staged& s : staged) wanted.push_back(s.name);
   const auto names = uniqueNames(wanted, folder, run.used);
   for (std::size_t i = 0; i < staged.size(); ++i) {
-    run.result.rows.push_back(writeFile(run, unit, staged[i], folder, names[i]));
+    run.add(writeFile(run, unit, staged[i], folder, names[i]));
   }
 }
 
@@ -134,17 +142,26 @@ RepairResultPtr run(const ScanResult& scan, const RepairOptions& options,
   const std::filesystem::path runFolder = makeRunFolder(options.destination);
   const WorkFolder work(runFolder / ".work");
   auto result = std::make_shared<RepairResult>(runFolder);
-  RunState state{scan, options, *result, work.path(), buildOffsetIndex(scan), {}, {}};
+  RunState state{scan,
+                 options,
+                 *result,
+                 work.path(),
+                 buildOffsetIndex(scan),
+                 ReportWriter::RowFiles(work.path()),
+                 {},
+                 {}};
 
   const auto total = static_cast<std::int64_t>(scan.units.size());
   for (std::int64_t i = 0; i < total; ++i) {
     if (isCancelled && isCancelled()) break;
     if (progress) progress({std::string(kRepairing), i, total});
     repairItem(state, scan.units[static_cast<std::size_t>(i)]);
+    result->itemsReached = i + 1;
   }
   writeAlbums(state.albums, runFolder);
-  result->summary = summarize(result->rows, total);
-  ReportWriter::write(*result, scan);
+  result->summary.items = total;
+  state.report.commit(result->reportFolder());
+  ReportWriter::writeTotals(*result, scan);
   if (progress) progress({std::string(kDone), total, total});
   return result;
 }

@@ -15,6 +15,9 @@ namespace quillmere {
 struct RepairOptions {
   std::filesystem::path destination;  // the run folder is made inside it
   bool albumsAsKeywords = true;       // add the file's album names to its keywords
+  // Keep every row in the result as well as in the report files. Rows grow with the export;
+  // without them the run's memory stays the same however many files it repairs.
+  bool keepRows = true;
   bool operator==(const RepairOptions&) const = default;
 };
 

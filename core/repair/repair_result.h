@@ -1,6 +1,7 @@
 #ifndef QUILLMERE_CORE_REPAIR_REPAIR_RESULT_H_
 #define QUILLMERE_CORE_REPAIR_REPAIR_RESULT_H_
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <vector>
@@ -23,8 +24,11 @@ class RepairResult {
   const std::filesystem::path& outputFolder() const { return outputFolder_; }
   const std::filesystem::path& reportFolder() const { return reportFolder_; }
 
-  std::vector<RepairRow> rows;  // in the order the engine made them
-  RepairSummary summary;        // set once at the end of the run
+  // In the order the engine made them. Left empty by a run told not to keep them
+  // (RepairOptions::keepRows); the report files hold them all the same.
+  std::vector<RepairRow> rows;
+  RepairSummary summary;          // set once at the end of the run
+  std::int64_t itemsReached = 0;  // items taken before the run ended (all but after a cancel)
 
  private:
   std::filesystem::path outputFolder_;

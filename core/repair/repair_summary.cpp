@@ -99,31 +99,33 @@ void from_json(const nlohmann::ordered_json& json, RepairSummary& summary) {
   summaryFromJSON(json, summary);
 }
 
+void RepairEngine::tally(RepairSummary& summary, const RepairRow& row) {
+  ++summary.files;
+  switch (row.status) {
+    case RepairRow::Status::fixed:
+      ++summary.fixed;
+      break;
+    case RepairRow::Status::unchanged:
+      ++summary.unchanged;
+      break;
+    case RepairRow::Status::couldntFix:
+      ++summary.couldntFix;
+      break;
+    case RepairRow::Status::failed:
+      ++summary.failed;
+      break;
+  }
+  countDecision(row, summary);
+  if (row.locationWritten) ++summary.locationsWritten;
+  if (row.captionWritten) ++summary.captionsWritten;
+  if (row.overlayMerged) ++summary.overlaysMerged;
+  if (row.method == kXMPFallbackLabel) ++summary.xmpFallbacks;
+}
+
 RepairSummary RepairEngine::summarize(const std::vector<RepairRow>& rows, std::int64_t items) {
   RepairSummary summary;
   summary.items = items;
-  summary.files = static_cast<std::int64_t>(rows.size());
-  for (const RepairRow& row : rows) {
-    switch (row.status) {
-      case RepairRow::Status::fixed:
-        ++summary.fixed;
-        break;
-      case RepairRow::Status::unchanged:
-        ++summary.unchanged;
-        break;
-      case RepairRow::Status::couldntFix:
-        ++summary.couldntFix;
-        break;
-      case RepairRow::Status::failed:
-        ++summary.failed;
-        break;
-    }
-    countDecision(row, summary);
-    if (row.locationWritten) ++summary.locationsWritten;
-    if (row.captionWritten) ++summary.captionsWritten;
-    if (row.overlayMerged) ++summary.overlaysMerged;
-    if (row.method == kXMPFallbackLabel) ++summary.xmpFallbacks;
-  }
+  for (const RepairRow& row : rows) tally(summary, row);
   return summary;
 }
 

@@ -41,6 +41,10 @@ namespace RepairEngine {
 // The totals over `rows`; `items` is the caller's count of items (reached or not).
 RepairSummary summarize(const std::vector<RepairRow>& rows, std::int64_t items);
 
+// Adds one row to `summary`: to `files` and to every counter the row counts in (all but
+// `items`). summarize is this over every row.
+void tally(RepairSummary& summary, const RepairRow& row);
+
 }  // namespace RepairEngine
 
 }  // namespace quillmere

@@ -3,9 +3,10 @@
 #include <ctime>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <system_error>
 
-#include "core/sources/file_io.h"
 #include "core/repair/pretty_json.h"
+#include "core/sources/file_io.h"
 #include "core/sources/quillmere_version.h"
 #include "core/sources/unicode_text.h"
 
@@ -222,13 +223,87 @@ std::string ReportWriter::readme(const RepairResult& result, const ScanResult& s
   return text;
 }
 
+void ReportWriter::writeTotals(const RepairResult& result, const ScanResult& scan) {
+  writeText(result.reportFolder() / "summary.json",
+            summaryJSON(result, scan, std::chrono::system_clock::now()));
+  writeText(result.outputFolder() / "README.txt", readme(result, scan));
+}
+
 void ReportWriter::write(const RepairResult& result, const ScanResult& scan) {
   const std::filesystem::path& report = result.reportFolder();
   std::filesystem::create_directories(report);
   writeText(report / "changes.csv", csv(result.rows));
   writeText(report / "couldnt-fix.csv", csvOf(result.rows, needsALook));
-  writeText(report / "summary.json", summaryJSON(result, scan, std::chrono::system_clock::now()));
-  writeText(result.outputFolder() / "README.txt", readme(result, scan));
+  writeTotals(result, scan);
+}
+
+// One growing CSV file: lines gather in memory and go to the file in large writes.
+struct ReportWriter::RowFiles::File {
+  static constexpr std::size_t kFlushBytes = 256 << 10;
+
+  File(std::filesystem::path path, std::string name)
+      : working(std::move(path)),
+        name(std::move(name)),
+        descriptor(FileDescriptor::createExclusive(working)) {
+    appendLine(kHeaders, pending);
+  }
+
+  void flush() {
+    if (error == 0 && !pending.empty()) {
+      try {
+        descriptor.writeFully(
+            {reinterpret_cast<const std::uint8_t*>(pending.data()), pending.size()});
+      } catch (const std::system_error& failure) {
+        error = failure.code().value();
+      }
+    }
+    pending.clear();
+  }
+
+  void add(const RepairRow& row) {
+    appendRow(row, pending);
+    if (pending.size() >= kFlushBytes) flush();
+  }
+
+  void commit(const std::filesystem::path& folder) {
+    flush();
+    const std::filesystem::path target = folder / name;
+    if (error == 0) {
+      try {
+        descriptor.close();
+      } catch (const std::system_error& failure) {
+        error = failure.code().value();
+      }
+    }
+    if (error != 0) {
+      throw std::filesystem::filesystem_error("cannot write file", target,
+                                              std::error_code(error, std::generic_category()));
+    }
+    std::filesystem::rename(working, target);
+  }
+
+  std::filesystem::path working;
+  std::string name;
+  FileDescriptor descriptor;
+  std::string pending;
+  int error = 0;  // the first write's failure (an errno), kept for commit
+};
+
+ReportWriter::RowFiles::RowFiles(const std::filesystem::path& work)
+    : changes_(std::make_unique<File>(work / "changes.csv", "changes.csv")),
+      problems_(std::make_unique<File>(work / "couldnt-fix.csv", "couldnt-fix.csv")) {}
+
+ReportWriter::RowFiles::~RowFiles() = default;
+
+void ReportWriter::RowFiles::add(const RepairRow& row) {
+  changes_->add(row);
+  if (needsALook(row)) problems_->add(row);
+}
+
+void ReportWriter::RowFiles::commit(const std::filesystem::path& reportFolder) {
+  std::filesystem::create_directories(reportFolder);
+  changes_->commit(reportFolder);
+  problems_->commit(reportFolder);
 }
 
 }  // namespace quillmere

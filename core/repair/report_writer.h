@@ -2,6 +2,8 @@
 #define QUILLMERE_CORE_REPAIR_REPORT_WRITER_H_
 
 #include <chrono>
+#include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,6 +25,38 @@ namespace ReportWriter {
 // then renamed). The first failure is thrown (the file system's error) and the remaining files
 // are not written; those already written stay.
 void write(const RepairResult& result, const ScanResult& scan);
+
+// The two CSV files of a run written row by row as the engine makes them, so that a run need
+// not keep its rows for the report: "changes.csv" and "couldnt-fix.csv" grow in a working
+// folder and commit() moves them into the report folder, each complete. Their text is exactly
+// what write() gives for the same rows. One per run; owns two open files.
+class RowFiles {
+ public:
+  // Creates both working files in `work` (which must exist), each with its header line.
+  // Throws the file system's error.
+  explicit RowFiles(const std::filesystem::path& work);
+  RowFiles(const RowFiles&) = delete;
+  RowFiles& operator=(const RowFiles&) = delete;
+  ~RowFiles();
+
+  // Appends `row` to "changes.csv" and, when it couldn't be fixed or failed, to
+  // "couldnt-fix.csv". A failure to write is kept for commit() to throw; the run goes on.
+  void add(const RepairRow& row);
+
+  // Creates `reportFolder` (with intermediate folders) and moves "changes.csv", then
+  // "couldnt-fix.csv" into it, replacing earlier ones. Throws the first failure met: a write
+  // (as "cannot write file" naming the report file), the folder or a move.
+  void commit(const std::filesystem::path& reportFolder);
+
+ private:
+  struct File;
+  std::unique_ptr<File> changes_;
+  std::unique_ptr<File> problems_;
+};
+
+// "summary.json" in the report folder and the run folder's "README.txt", in that order, as
+// write() does after the CSV files. Throws the first failure; the report folder must exist.
+void writeTotals(const RepairResult& result, const ScanResult& scan);
 
 // The CSV text of `rows`: the header line, then one line per row, each ended by "\n".
 std::string csv(const std::vector<RepairRow>& rows);

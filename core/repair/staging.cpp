@@ -3,6 +3,8 @@
 #include "core/metadata/embedded_metadata_reader.h"
 #include "core/repair/output_naming.h"
 #include "core/repair/overlay_compositor.h"
+#include "core/scan/scan_support.h"
+#include "core/sources/file_io.h"
 
 namespace quillmere::RepairEngine {
 namespace {
@@ -13,6 +15,67 @@ void removeQuietly(const std::optional<std::filesystem::path>& path) {
 }
 
 std::string extensionOf(const std::string& name) { return splitName(name).extension; }
+
+// Photos up to this size are staged in memory: reading them whole costs no more than the
+// rewrite does anyway, and it spares a working file per copy (creating and deleting one per
+// file is what slows a run of many small files down most).
+constexpr std::int64_t kInMemoryBytes = std::int64_t{16} << 20;
+
+// The content of a small photo without overlay, when it can be written straight from memory;
+// otherwise the file lands at `temp` as the writer needs it there.
+std::optional<Bytes> stageSmallPhoto(const SourceFile& source, MediaKind kind,
+                                     const std::filesystem::path& temp) {
+  Bytes content = source.readAll();
+  if (MetadataWriter::writesFromMemory(kind, content)) return content;
+  FileIO::writeFile(temp, content, /*exclusive=*/true);
+  return std::nullopt;
+}
+
+// What the working copy carries. A zip entry no longer than the scan's read had all its bytes
+// read by the scan, the very bytes now in memory, so what it found stands.
+std::optional<EmbeddedMetadata> readStaged(const Staged& staged) {
+  const MediaFile& file = *staged.file;
+  if (!staged.content) return EmbeddedMetadataReader::read(staged.temp, file.kind);
+  const bool readWhole =
+      !file.source->localURL() && staged.content->size() <= ScanSupport::kPhotoPrefixBytes;
+  if (readWhole && file.embedded) return file.embedded;
+  return EmbeddedMetadataReader::readImage(*staged.content);
+}
+
+// MetadataWriter into a private folder inside `work`, then the copy and its sidecar renamed
+// to `destination`.
+template <typename Writer>
+WriteMethod writeThroughWork(const std::filesystem::path& destination,
+                             const std::filesystem::path& work, const Writer& write) {
+  // One folder for every copy in turn: each leaves it before the next is written, and a
+  // folder per copy would cost the file system an inode per file for nothing.
+  const auto folder = work / "out";
+  std::filesystem::create_directory(folder);
+  const auto written = folder / destination.filename();
+  const auto sidecar = std::filesystem::path(written.string() + ".xmp");
+  try {
+    const WriteMethod method = write(written);
+    std::filesystem::rename(written, destination);
+    if (std::filesystem::exists(sidecar)) {
+      std::filesystem::rename(sidecar, destination.string() + ".xmp");
+    }
+    return method;
+  } catch (...) {
+    // Leave the folder empty for the next copy, which may want the same name.
+    removeQuietly(written);
+    removeQuietly(sidecar);
+    throw;
+  }
+}
+
+WriteMethod writeFile(const MetadataPatch& patch, MediaKind kind,
+                      const std::filesystem::path& source, const std::filesystem::path& destination,
+                      const std::vector<std::string>& existingKeywords,
+                      const std::filesystem::path& work) {
+  return writeThroughWork(destination, work, [&](const std::filesystem::path& written) {
+    return MetadataWriter::write(patch, kind, source, written, existingKeywords);
+  });
+}
 
 }  // namespace
 
@@ -25,7 +88,12 @@ Staged stage(const MediaFilePtr& file, const std::filesystem::path& work,
   staged.name = file->outputName;
   std::optional<std::filesystem::path> composite;
   try {
-    file->source->copy(staged.temp);
+    if (!file->overlay && file->kind == MediaKind::photo &&
+        file->source->size() <= kInMemoryBytes) {
+      staged.content = stageSmallPhoto(*file->source, file->kind, staged.temp);
+    } else {
+      file->source->copy(staged.temp);
+    }
     if (file->overlay) {
       staged.overlayTemp = work / (id + "-overlay." + extensionOf(file->overlay->fileName()));
       file->overlay->copy(*staged.overlayTemp);
@@ -45,37 +113,23 @@ Staged stage(const MediaFilePtr& file, const std::filesystem::path& work,
     removeQuietly(composite);
     throw;
   }
-  auto embedded = EmbeddedMetadataReader::read(staged.temp, file->kind);
+  auto embedded = readStaged(staged);
   if (!embedded) embedded = file->embedded;
   staged.plan = plan(*file, embedded, offsets, options);
   return staged;
 }
 
-WriteMethod writeThroughWork(const MetadataPatch& patch, MediaKind kind,
-                             const std::filesystem::path& source,
-                             const std::filesystem::path& destination,
-                             const std::vector<std::string>& existingKeywords,
-                             const std::filesystem::path& work) {
-  // One folder for every copy in turn: each leaves it before the next is written, and a
-  // folder per copy would cost the file system an inode per file for nothing.
-  const auto folder = work / "out";
-  std::filesystem::create_directory(folder);
-  const auto written = folder / destination.filename();
-  const auto sidecar = std::filesystem::path(written.string() + ".xmp");
-  try {
-    const WriteMethod method =
-        MetadataWriter::write(patch, kind, source, written, existingKeywords);
-    std::filesystem::rename(written, destination);
-    if (std::filesystem::exists(sidecar)) {
-      std::filesystem::rename(sidecar, destination.string() + ".xmp");
-    }
-    return method;
-  } catch (...) {
-    // Leave the folder empty for the next copy, which may want the same name.
-    removeQuietly(written);
-    removeQuietly(sidecar);
-    throw;
+WriteMethod writeCopy(const Staged& staged, const std::filesystem::path& destination,
+                      const std::filesystem::path& work) {
+  const FilePlan& plan = staged.plan;
+  if (!staged.content) {
+    return writeFile(plan.patch, staged.file->kind, staged.temp, destination, plan.existingKeywords,
+                     work);
   }
+  return writeThroughWork(destination, work, [&](const std::filesystem::path& written) {
+    return MetadataWriter::writeFromMemory(plan.patch, *staged.content, written,
+                                           plan.existingKeywords);
+  });
 }
 
 MetadataWriter::Verification verify(const std::filesystem::path& written, MediaKind kind,
@@ -92,9 +146,8 @@ void keepExtras(const Staged& staged, const std::string& finalName, const std::s
     const auto extras = runFolder / "Extras" / "Without overlays" / sub;
     std::filesystem::create_directories(extras);
     const NameParts originalName{"", extensionOf(staged.original->filename().string()), true};
-    writeThroughWork(staged.plan.patch, MediaKind::photo, *staged.original,
-                     extras / fittedName(name.stem, "", originalName), staged.plan.existingKeywords,
-                     work);
+    writeFile(staged.plan.patch, MediaKind::photo, *staged.original,
+              extras / fittedName(name.stem, "", originalName), staged.plan.existingKeywords, work);
     row.notes.emplace_back(
         "Caption/sticker overlay merged into the photo; original without it is in Extras/Without "
         "overlays");

@@ -9,6 +9,7 @@
 #include "core/metadata/metadata_writer.h"
 #include "core/repair/file_plan.h"
 #include "core/scan/media_file.h"
+#include "core/sources/byte_view.h"
 
 namespace quillmere::RepairEngine {
 
@@ -16,7 +17,10 @@ namespace quillmere::RepairEngine {
 struct Staged {
   MediaFilePtr file;
   std::filesystem::path temp;  // the working copy to write out (the composite after a merge)
-  std::string name;            // the wanted output name, before collisions
+  // A small photo's whole content, kept in memory instead of at `temp`: written once, straight
+  // to its copy (see MetadataWriter::writesFromMemory).
+  std::optional<Bytes> content;
+  std::string name;  // the wanted output name, before collisions
   FilePlan plan;
   std::optional<std::filesystem::path> overlayTemp;  // working copy of a Snapchat overlay
   std::optional<std::filesystem::path> original;     // the photo without its merged overlay
@@ -25,21 +29,20 @@ struct Staged {
 };
 
 // Copies (or extracts) `file` and its overlay into `work` as "<id>.<ext>" and
-// "<id>-overlay.<ext>", merges a photo's overlay into "<id>-composite.jpg", reads what the
-// working copy carries (falling back to what the scan read) and plans it. Throws the copy's,
-// extraction's or compositor's error, leaving none of the file's working copies behind.
+// "<id>-overlay.<ext>" (a small photo without overlay into memory instead), merges a photo's
+// overlay into "<id>-composite.jpg", reads what the working copy carries (falling back to what the
+// scan read) and plans it. Throws the copy's, extraction's or compositor's error, leaving none of
+// the file's working copies behind.
 Staged stage(const MediaFilePtr& file, const std::filesystem::path& work,
              const OffsetIndex& offsets, const RepairOptions& options);
 
-// MetadataWriter::write into a private folder inside `work`, then the copy (and its ".xmp"
-// sidecar, if the writer made one) renamed to `destination`: whatever the writer leaves while
-// it works stays inside the work folder, so a killed run leaves nothing half-written among the
-// output. Throws the writer's or the file system's error.
-WriteMethod writeThroughWork(const MetadataPatch& patch, MediaKind kind,
-                             const std::filesystem::path& source,
-                             const std::filesystem::path& destination,
-                             const std::vector<std::string>& existingKeywords,
-                             const std::filesystem::path& work);
+// Writes `staged` to `destination` with its plan's patch (MetadataWriter::write, or
+// writeFromMemory for a photo in memory), through a private folder inside `work`: the copy
+// (and its ".xmp" sidecar, if the writer made one) is renamed to `destination` only when
+// complete, so a killed run leaves nothing half-written among the output. Throws the writer's
+// or the file system's error.
+WriteMethod writeCopy(const Staged& staged, const std::filesystem::path& destination,
+                      const std::filesystem::path& work);
 
 // Reads the written copy back and checks it holds the patch's date and position.
 MetadataWriter::Verification verify(const std::filesystem::path& written, MediaKind kind,

@@ -216,6 +216,62 @@ TEST(MetadataWriterTest, EmptyPatchesMoveTheFileAndUndatedOnesOnlySetItsTimes) {
   EXPECT_EQ(namesIn(dir.path()), (std::vector<std::string>{"a2.jpg", "b2.jpg"}));
 }
 
+// The copy made from memory is the one made from a working file: same bytes, method, sidecar and
+// times, for every way through the writer.
+TEST(MetadataWriterTest, WritingFromMemoryMakesTheSameCopyAsFromAFile) {
+  testing::TempDir dir;
+  fs::create_directory(dir / "export");
+  testing::makePhoto(dir / "export" / "photo.jpg", PhotoFormat::jpeg, 64, 48);
+  testing::makePhoto(dir / "export" / "photo.png", PhotoFormat::png, 64, 48);
+  testing::makePhoto(dir / "export" / "photo.heic", PhotoFormat::heic, 64, 48);
+  ASSERT_EQ(testing::runCommand(
+                {"convert", "-size", "64x48", "gradient:", (dir / "export" / "photo.gif").string()})
+                .exitCode,
+            0);
+  const auto exportBefore = testing::snapshotTree(dir / "export");
+  MetadataPatch undated;
+  undated.dateUTC = kJuly14;
+  const struct {
+    const char* name;
+    MetadataPatch patch;
+    WriteMethod method;
+  } cases[] = {{"photo.jpg", fullPatch(), WriteMethod::embedded},
+               {"photo.png", fullPatch(), WriteMethod::embedded},
+               {"photo.jpg", undated, WriteMethod::embedded},
+               {"photo.jpg", MetadataPatch{}, WriteMethod::unchanged},
+               {"photo.gif", fullPatch(), WriteMethod::xmpSidecar}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.name) + " " + std::string(label(c.method)));
+    const Bytes bytes = testing::readFile(dir / "export" / c.name);
+    ASSERT_TRUE(MetadataWriter::writesFromMemory(MediaKind::photo, bytes));
+    for (const char* folder : {"file", "memory"}) fs::create_directory(dir / folder);
+    fs::copy_file(dir / "export" / c.name, dir / "work");
+    const fs::path fromFile = dir / "file" / c.name, fromMemory = dir / "memory" / c.name;
+    EXPECT_EQ(MetadataWriter::write(c.patch, MediaKind::photo, dir / "work", fromFile, {"A"}),
+              c.method);
+    EXPECT_EQ(MetadataWriter::writeFromMemory(c.patch, bytes, fromMemory, {"A"}), c.method);
+    EXPECT_EQ(testing::readFile(fromMemory), testing::readFile(fromFile));
+    EXPECT_EQ(namesIn(dir / "memory"), namesIn(dir / "file"));
+    EXPECT_DOUBLE_EQ(modificationTime(fromMemory),
+                     c.patch.dateUTC ? *c.patch.dateUTC : modificationTime(fromMemory));
+    if (c.method == WriteMethod::xmpSidecar) {
+      EXPECT_EQ(testing::readFile(fromMemory.string() + ".xmp"),
+                testing::readFile(fromFile.string() + ".xmp"));
+    }
+    if (c.method == WriteMethod::embedded && c.patch.caption) {
+      EXPECT_EQ(testing::exiftoolTags(fromMemory).value("IFD0:ImageDescription", ""),
+                *c.patch.caption);
+    }
+    for (const char* folder : {"file", "memory"}) fs::remove_all(dir / folder);
+  }
+  // HEIC, HEIF and AVIF are rewritten from a file, and nothing else is taken from memory.
+  EXPECT_FALSE(MetadataWriter::writesFromMemory(MediaKind::photo,
+                                                testing::readFile(dir / "export" / "photo.heic")));
+  EXPECT_FALSE(MetadataWriter::writesFromMemory(MediaKind::video,
+                                                testing::readFile(dir / "export" / "photo.jpg")));
+  EXPECT_EQ(testing::snapshotTree(dir / "export"), exportBefore);
+}
+
 TEST(MetadataWriterTest, RefusingFoldersAndFullDisksNeverLeaveHalfWrittenFiles) {
   testing::TempDir dir;
   const fs::path photo = dir / "export" / "big.jpg";

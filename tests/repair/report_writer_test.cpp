@@ -2,6 +2,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <fstream>
@@ -408,6 +412,59 @@ TEST(ReportWriteTest, StopsAtTheFirstFailureAndLeavesNoPartialFile) {
                 ::testing::ElementsAre("changes.csv", "couldnt-fix.csv", "summary.json"));
     EXPECT_THAT(namesIn(result.outputFolder()), ::testing::ElementsAre("Report"));
   }
+}
+
+// Rows written as they come make the files write() makes from the whole list, however many
+// rows there are (past the point where the files are first flushed).
+TEST(ReportRowFilesTest, WriteWhatTheWholeListGivesAndReportAFailedWriteAtCommit) {
+  testing::TempDir temp;
+  for (const std::size_t count : {std::size_t{0}, std::size_t{4}, std::size_t{5000}}) {
+    SCOPED_TRACE(count);
+    const fs::path work = temp / ("work" + std::to_string(count));
+    fs::create_directories(work);
+    RepairResult result(temp / ("run" + std::to_string(count)));
+    ReportWriter::RowFiles files(work);
+    for (std::size_t i = 0; i < count; ++i) {
+      const auto item = static_cast<std::int64_t>(i) + 1;
+      result.rows.push_back(
+          i % 4 == 0 ? awkwardRow()
+          : i % 4 == 1
+              ? plainRow(item, Status::couldntFix, DateSource::none, OffsetSource::unknown)
+              : plainRow(item, Status::failed, DateSource::takeout, OffsetSource::guessed));
+      files.add(result.rows.back());
+    }
+    files.commit(result.reportFolder());
+    EXPECT_EQ(readFile(result.reportFolder() / "changes.csv"), ReportWriter::csv(result.rows));
+    std::vector<RepairRow> problems;
+    for (const RepairRow& row : result.rows) {
+      if (row.status != Status::fixed && row.status != Status::unchanged) problems.push_back(row);
+    }
+    EXPECT_EQ(readFile(result.reportFolder() / "couldnt-fix.csv"), ReportWriter::csv(problems));
+    EXPECT_TRUE(fs::is_empty(work));
+  }
+
+  // A full disk while rows are written: the run goes on, and commit names the report file.
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    ::signal(SIGXFSZ, SIG_IGN);
+    ReportWriter::RowFiles files(temp.path());
+    const rlimit limit{16 * 1024, 16 * 1024};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    for (int i = 0; i < 5000; ++i) files.add(awkwardRow());
+    try {
+      files.commit(temp / "full" / "Report");
+    } catch (const fs::filesystem_error& error) {
+      const bool named = error.path1() == temp / "full" / "Report" / "changes.csv";
+      ::_exit(named && error.code() == std::errc::file_too_large ? 0 : 1);
+    }
+    ::_exit(2);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_FALSE(fs::exists(temp / "full" / "Report" / "changes.csv"));
 }
 
 }  // namespace
