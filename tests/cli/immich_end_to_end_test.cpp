@@ -341,6 +341,16 @@ TEST_F(ImmichEndToEnd, SaysWhyItCouldNotSignIn) {
     }
   }
   EXPECT_TRUE(server_.state()["assets"].empty());
+
+  // Without a server address the repair doesn't start at all.
+  const TempDir out;
+  const auto unaddressed = cli({"repair", "--quiet", "--add-to-immich", "--key", "k", "--out",
+                                out.path().string(), part().string()});
+  EXPECT_EQ(unaddressed.exitCode, 2);
+  EXPECT_EQ(unaddressed.err,
+            "No Immich server address was given. Pass --server with the server's address, or set "
+            "IMMICH_INSTANCE_URL, then try again.\n");
+  EXPECT_TRUE(fs::is_empty(out.path()));
 }
 
 TEST_F(ImmichEndToEnd, RepairAddToImmichImportsRightAfterTheRepair) {
@@ -358,7 +368,8 @@ TEST_F(ImmichEndToEnd, RepairAddToImmichImportsRightAfterTheRepair) {
   ASSERT_NE(added, std::string::npos) << result.out;
   EXPECT_THAT(result.out.substr(0, added),
               StartsWith("Repaired copies are in " + run.string() + "\n"));
-  EXPECT_THAT(result.out.substr(0, added), HasSubstr("Repair finished\n"));
+  EXPECT_THAT(result.out.substr(0, added), HasSubstr("\n\nRepair finished\n"));
+  EXPECT_THAT(result.out.substr(0, added), HasSubstr(" restored\n\n"));  // a line between
   EXPECT_THAT(result.out.substr(added), HasSubstr("\u201d\n2 Live Photos re-paired\n"));
 
   const auto assets = assetsByName(server_);
