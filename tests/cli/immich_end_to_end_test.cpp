@@ -392,5 +392,27 @@ TEST_F(ImmichEndToEnd, RepairAddToImmichImportsRightAfterTheRepair) {
   EXPECT_EQ(uploads(server_), sent);
 }
 
+TEST_F(ImmichEndToEnd, SnapchatMemoriesGoIntoTheirOwnAlbum) {
+  const fs::path memories = fs::path(QUILLMERE_SOURCE_DIR) / "examples" / "snapchat";
+  const auto before = testing::snapshotTree(memories);
+  const TempDir out;
+  const auto result =
+      cli({"repair", "--quiet", "--json", "--add-to-immich", "--server", server_.url(), "--key",
+           ImmichStandIn::key, "--out", out.path().string(), memories.string()});
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  // The repair's JSON object, then the import summary's.
+  const auto split = result.out.find("}\n{");
+  ASSERT_NE(split, std::string::npos) << result.out;
+  EXPECT_EQ(nlohmann::json::parse(result.out.substr(0, split + 1))["repair"]["items"], 5);
+  const auto summary = nlohmann::json::parse(result.out.substr(split + 2));
+  EXPECT_EQ(summary["imported"], 5);
+  EXPECT_THAT(summary["folderTitle"].get<std::string>(), StartsWith("Quillmere: Snapchat ("));
+  const auto album = server_.albumNamed("Snapchat Memories");
+  EXPECT_EQ(album["assets"].size(), 5u);
+  EXPECT_EQ(album["description"], "Added by " + summary["folderTitle"].get<std::string>());
+  EXPECT_EQ(server_.state()["albums"].size(), 1u);
+  EXPECT_EQ(testing::snapshotTree(memories), before);
+}
+
 }  // namespace
 }  // namespace quillmere
