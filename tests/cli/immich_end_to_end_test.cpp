@@ -110,12 +110,7 @@ std::set<std::string> namesIn(const nlohmann::json& album,
 }
 
 std::size_t uploads(ImmichStandIn& server) {
-  std::size_t count = 0;
-  const nlohmann::json state = server.state();
-  for (const auto& request : state["requests"]) {
-    count += request.get<std::string>().starts_with("POST /api/assets");
-  }
-  return count;
+  return server.requestsStartingWith("POST /api/assets");
 }
 
 // An address on this machine where nothing answers.
