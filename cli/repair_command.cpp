@@ -7,6 +7,7 @@
 #include "cli/progress_bar.h"
 #include "cli/repair_result_text.h"
 #include "cli/stop_signals.h"
+#include "core/photos/immich_library.h"
 #include "core/repair/repair_engine.h"
 #include "core/scan/export_scanner.h"
 #include "core/sources/quillmere_error.h"
@@ -81,6 +82,9 @@ std::optional<int> parse(std::span<const std::string> args, RepairArguments& par
     std::fputs(kRepairHelp, stderr);
     return kExitFailed;
   }
+  if (!parsed.addToImmich && (parsed.immich.server || parsed.immich.key)) {
+    throw std::invalid_argument("--server and --key go with --add-to-immich");
+  }
   return std::nullopt;
 } catch (const std::invalid_argument& error) {
   std::fprintf(stderr, "quillmere-cli repair: %s\n\n%s", error.what(), kRepairHelp);
@@ -101,6 +105,15 @@ nlohmann::json resultJson(const ScanResult& scan, const RepairResult& result, bo
 int runRepair(std::span<const std::string> args) {
   RepairArguments arguments;
   if (const auto done = parse(args, arguments)) return *done;
+  if (arguments.addToImmich) {
+    // A missing server address or key is known now; say so before the repair, not after it.
+    try {
+      ImmichCredentials::find(arguments.immich.server, arguments.immich.key);
+    } catch (const PhotoLibraryError& error) {
+      std::fprintf(stderr, "%s\n", error.what());
+      return kExitFailed;
+    }
+  }
   const StopSignals signals("\nStopping after the item in progress\xE2\x80\xA6\n");
   const bool allThere = allExist(arguments.inputs);
   ScanResultPtr scan;
@@ -143,6 +156,7 @@ int runRepair(std::span<const std::string> args) {
   if (!arguments.addToImmich) return repairStatus;
   arguments.immich.json = arguments.json;
   arguments.immich.quiet = arguments.quiet;
+  if (!arguments.json) std::fputs("\n", stdout);
   const int importStatus = importRepairResult(*result, scan->kind, arguments.immich);
   return importStatus == kExitOk ? repairStatus : importStatus;
 }

@@ -305,9 +305,10 @@ bool ImmichLibrary::authorize() {
       if (!has(permission)) missing += (missing.empty() ? "" : ", ") + std::string(permission);
     }
     if (!missing.empty()) {
-      c.problem = "The API key lacks the permission" +
-                  std::string(missing.find(',') == std::string::npos ? " " : "s ") + missing +
-                  ". Allow it under Account Settings › API Keys in Immich, then try again.";
+      const bool one = missing.find(',') == std::string::npos;
+      c.problem = std::string("The API key lacks the permission") + (one ? " " : "s ") + missing +
+                  ". Allow " + (one ? "it" : "them") +
+                  " under Account Settings › API Keys in Immich, then try again.";
       return false;
     }
     return true;

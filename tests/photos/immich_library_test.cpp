@@ -94,7 +94,8 @@ TEST(ImmichLibraryAuthorize, SaysWhatIsWrongWhenItCannotAdd) {
   };
   const std::vector<Case> cases = {
       {server.url(), "wrong", "refused the API key"},
-      {server.url(), "test-key", "lacks the permissions album.create, albumAsset.create"},
+      {server.url(), "test-key",
+       "lacks the permissions album.create, albumAsset.create. Allow them under"},
       {"http://127.0.0.1:1", "test-key", "couldn't reach the Immich server at http://127.0.0.1:1"},
   };
   for (const Case& c : cases) {

@@ -104,14 +104,7 @@ struct Fixture {
     argv.push_back(run.root.string());
     return testing::runCommand(argv);
   }
-  std::size_t uploads() {
-    std::size_t count = 0;
-    const nlohmann::json state = server.state();
-    for (const auto& request : state["requests"]) {
-      count += request.get<std::string>().starts_with("POST /api/assets");
-    }
-    return count;
-  }
+  std::size_t uploads() { return server.requestsStartingWith("POST /api/assets"); }
 };
 
 TEST(ImportCommand, AddsARepairOnceAndRecreatesADeletedAlbum) {

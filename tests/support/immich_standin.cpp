@@ -65,6 +65,14 @@ void ImmichStandIn::config(const nlohmann::json& switches) { control("config", s
 nlohmann::json ImmichStandIn::state() { return control("state", ""); }
 void ImmichStandIn::forgetAlbums() { control("forget-albums", "{}"); }
 
+std::size_t ImmichStandIn::requestsStartingWith(const std::string& request) {
+  std::size_t count = 0;
+  const nlohmann::json all = state();
+  for (const auto& logged : all["requests"])
+    count += logged.get<std::string>().starts_with(request);
+  return count;
+}
+
 nlohmann::json ImmichStandIn::albumNamed(const std::string& name) {
   nlohmann::json found;
   const nlohmann::json all = state();

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -32,6 +33,8 @@ class ImmichStandIn {
   nlohmann::json state();
   // Deletes every album, as a user would.
   void forgetAlbums();
+  // How many requests so far began with `request` ("POST /api/assets").
+  std::size_t requestsStartingWith(const std::string& request);
   // The album named `name`, which must exist exactly once; null when none does.
   nlohmann::json albumNamed(const std::string& name);
 
