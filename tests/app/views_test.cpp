@@ -461,7 +461,6 @@ class ViewsTest : public QObject {
 }  // namespace quillmere
 
 Q_DECLARE_METATYPE(quillmere::ScanSummary)
-Q_DECLARE_METATYPE(quillmere::RepairSummary)
 
 std::unique_ptr<QObject> makeViewsTest() { return std::make_unique<quillmere::ViewsTest>(); }
 
