@@ -46,11 +46,15 @@ void ImportStatus::refresh(const ImportState& state) {
     auto* progress = new ProgressDisplay(content_);
     progress->setObjectName(QStringLiteral("importProgress"));
     progress->setProgress(running->progress);
-    column->addWidget(progress, 0, Qt::AlignLeft);
     auto* stop = new QPushButton(tr("Stop"), content_);
     stop->setObjectName(QStringLiteral("stopImport"));
     connect(stop, &QPushButton::clicked, this, [this] { model_.cancel(); });
-    column->addWidget(stop, 0, Qt::AlignLeft);
+    // "Stop" beside the bar it stops.
+    auto* row = new QHBoxLayout;
+    row->addWidget(progress, 0, Qt::AlignTop);
+    row->addWidget(stop, 0, Qt::AlignTop);
+    row->addStretch();
+    column->addLayout(row);
   } else if (const auto* done = std::get_if<ImportCase::Done>(&state)) {
     column->addWidget(makeSymbolLine(Symbol::checkmarkCircleFill, Tint::green,
                                      ViewTexts::importDoneHeadline(done->summary), content_));
@@ -68,7 +72,8 @@ void ImportStatus::refresh(const ImportState& state) {
     hint->setIndent(26);
     column->addWidget(hint);
   }
-  content_->setVisible(!std::holds_alternative<ImportCase::Idle>(state));
+  // Idle shows nothing and takes no room, so the buttons above keep their place.
+  setVisible(!std::holds_alternative<ImportCase::Idle>(state));
 }
 
 DoneView::DoneView(RepairModel& model, RepairResultPtr result, QWidget* parent)

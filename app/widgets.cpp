@@ -56,7 +56,10 @@ void applyColour(QLabel* label, int level) {
 QVBoxLayout* makeScrollColumn(QScrollArea* area) {
   area->setWidgetResizable(true);
   area->setFrameShape(QFrame::NoFrame);
+  // On a wide window the page keeps a readable width and stays in the middle.
+  area->setAlignment(Qt::AlignHCenter | Qt::AlignTop);
   auto* content = new QWidget(area);
+  content->setMaximumWidth(kPageWidth);
   auto* column = new QVBoxLayout(content);
   column->setContentsMargins(32, 24, 32, 24);
   column->setSpacing(8);
@@ -103,7 +106,6 @@ QWidget* makeStat(const StatText& stat, QWidget* parent) {
     detail->setObjectName(QStringLiteral("statDetail"));
     column->addWidget(detail);
   }
-  column->addStretch();
   return widget;
 }
 
@@ -112,7 +114,9 @@ QWidget* makeStatRow(const std::vector<StatText>& stats, QWidget* parent) {
   auto* layout = new QHBoxLayout(row);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(24);
-  for (const StatText& stat : stats) layout->addWidget(makeStat(stat, row), 1);
+  // Top-aligned, so a stat without a detail line keeps its number level with the others and
+  // the row is only as tall as its tallest stat.
+  for (const StatText& stat : stats) layout->addWidget(makeStat(stat, row), 1, Qt::AlignTop);
   return row;
 }
 
@@ -122,10 +126,7 @@ QWidget* makeFinding(const FindingText& finding, QWidget* parent) {
   auto* layout = new QHBoxLayout(row);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(10);
-  auto* symbolColumn = new QVBoxLayout;
-  symbolColumn->addWidget(makeSymbol(finding.symbol, finding.tint, 20, row));
-  symbolColumn->addStretch();
-  layout->addLayout(symbolColumn);
+  layout->addWidget(makeSymbol(finding.symbol, finding.tint, 20, row), 0, Qt::AlignTop);
   auto* textColumn = new QVBoxLayout;
   textColumn->setSpacing(0);
   QLabel* text = makeLabel(finding.text, TextStyle::body, 0, row);
@@ -136,7 +137,6 @@ QWidget* makeFinding(const FindingText& finding, QWidget* parent) {
     fix->setObjectName(QStringLiteral("findingFix"));
     textColumn->addWidget(fix);
   }
-  textColumn->addStretch();  // the fix stays right under its text
   layout->addLayout(textColumn, 1);
   return row;
 }

@@ -16,7 +16,11 @@ namespace quillmere {
 // Text sizes relative to the system font, after the usual desktop type ramp.
 enum class TextStyle { title, title2, headline, body, subheadline, callout, caption };
 
-// Makes `area` a borderless page that scrolls one column; returns the column to fill.
+// The widest a page's column grows, in pixels.
+inline constexpr int kPageWidth = 860;
+
+// Makes `area` a borderless page that scrolls one column, top-aligned so nothing moves when a
+// status line appears; returns the column to fill, which the caller ends with a stretch.
 QVBoxLayout* makeScrollColumn(QScrollArea* area);
 
 // A label in `style`; `colourLevel` 0 is the normal text colour, 1 secondary, 2 tertiary.

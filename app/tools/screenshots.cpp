@@ -80,6 +80,15 @@ class Shooter {
     std::printf("%s\n", qPrintable(file));
   }
 
+  // Also at a large window size, to see how the page grows; the window returns to its size.
+  void takeLarge(QWidget& window, const QString& name) {
+    const QSize size = window.size();
+    window.resize(1200, 820);
+    take(window, name + QStringLiteral("-large"));
+    window.resize(size);
+    QApplication::processEvents();
+  }
+
  private:
   QDir folder_;
   QString theme_;
@@ -110,7 +119,7 @@ int shootTheme(const QDir& folder, const QString& theme) {
   };
   RepairModel model(backend);
   MainWindow window(model);
-  window.resize(760, 640);
+  window.resize(window.minimumSize());  // the smallest the window gets: where layouts crowd
   window.show();
   if (!QTest::qWaitForWindowExposed(&window)) return 1;
 
@@ -124,6 +133,7 @@ int shootTheme(const QDir& folder, const QString& theme) {
   shoot.take(window, QStringLiteral("03-scan-summary"));
   model.setDestination(output.path());
   shoot.take(window, QStringLiteral("04-scan-summary-destination"));
+  shoot.takeLarge(window, QStringLiteral("04-scan-summary-destination"));
   window.setMode(MainWindow::Mode::verify);
   shoot.take(window, QStringLiteral("12-verify"));
   window.setMode(MainWindow::Mode::backup);
@@ -137,6 +147,7 @@ int shootTheme(const QDir& folder, const QString& theme) {
       return 1;
     }
     shoot.take(window, QStringLiteral("06-done"));
+    shoot.takeLarge(window, QStringLiteral("06-done"));
     if (DoneView* done = window.repairView()->doneView()) {
       done->addToImmich();
       if (QMessageBox* box = done->confirmation()) {
@@ -153,6 +164,7 @@ int shootTheme(const QDir& folder, const QString& theme) {
       importGate->open();
       waitFor([&] { return std::holds_alternative<ImportCase::Done>(model.importState()); });
       shoot.take(window, QStringLiteral("09-import-done"));
+      shoot.takeLarge(window, QStringLiteral("09-import-done"));
     }
   } else {
     std::fprintf(stderr, "the repair engine isn't built in yet: no result screens\n");

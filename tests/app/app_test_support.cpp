@@ -20,6 +20,13 @@ void Gate::wait() {
   opened_.wait(guard, [this] { return open_; });
 }
 
+WorkerGuard::~WorkerGuard() {
+  if (gate_ != nullptr) gate_->open();
+  if (!QTest::qWaitFor([this] { return !model_.busy(); }, 300'000)) {
+    qFatal("a worker is still running; stopping rather than hanging");
+  }
+}
+
 ScanResultPtr fakeScan(const ScanSummary& summary, ExportKind kind,
                        std::vector<std::filesystem::path> inputs) {
   auto scan = std::make_shared<ScanResult>(std::move(inputs));
@@ -61,7 +68,8 @@ int runAppTests(int argc, char** argv) {
   };
   const Entry entries[] = {{"CommandLineTest", makeCommandLineTest},
                            {"RepairModelTest", makeRepairModelTest},
-                           {"ViewsTest", makeViewsTest}};
+                           {"ViewsTest", makeViewsTest},
+                           {"RepairFlowTest", makeRepairFlowTest}};
   const char* only = argc > 1 && argv[1][0] != '-' ? argv[1] : nullptr;
   int failures = 0;
   for (const Entry& entry : entries) {

@@ -23,6 +23,20 @@ class Gate {
   bool open_ = false;
 };
 
+// When it goes out of scope, opens `gate` (if any) and waits until `model`'s workers have
+// delivered their outcomes, so a failed check never leaves a worker blocked or running past
+// the test. Declare it after the model and whatever the workers use.
+class WorkerGuard {
+ public:
+  WorkerGuard(RepairModel& model, std::shared_ptr<Gate> gate = nullptr)
+      : model_(model), gate_(std::move(gate)) {}
+  ~WorkerGuard();
+
+ private:
+  RepairModel& model_;
+  std::shared_ptr<Gate> gate_;
+};
+
 // A scan result with `summary`, of `kind`, with one placeholder file per item so the model
 // counts it as something found.
 ScanResultPtr fakeScan(const ScanSummary& summary, ExportKind kind = ExportKind::googleTakeout,
@@ -49,9 +63,12 @@ int runAppTests(int argc, char** argv);
 
 }  // namespace quillmere::testing
 
+Q_DECLARE_METATYPE(quillmere::RepairSummary)
+
 // The test classes, one per file.
 std::unique_ptr<QObject> makeCommandLineTest();
 std::unique_ptr<QObject> makeRepairModelTest();
 std::unique_ptr<QObject> makeViewsTest();
+std::unique_ptr<QObject> makeRepairFlowTest();
 
 #endif  // QUILLMERE_TESTS_APP_APP_TEST_SUPPORT_H_

@@ -3,6 +3,7 @@
 #include <QMimeData>
 #include <QPushButton>
 #include <QTest>
+#include <map>
 
 #include "app/done_view.h"
 #include "app/drop_zone.h"
@@ -376,6 +377,39 @@ class ViewsTest : public QObject {
     QCOMPARE(shown[look - 1], ViewTexts::count(summary.couldntFix + summary.failed));
   }
 
+  // The result's two stat rows sit close together and the page keeps a readable width, at the
+  // smallest window and at a large one; a row of stats never takes the free height.
+  void resultLayoutStaysCompact() {
+    Repaired repaired(fakeBackend(fakeScan({}), fakeRepair({.fixed = 12, .zonesGuessed = 2})));
+    MainWindow& window = repaired.window;
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    for (const QSize size : {window.minimumSize(), QSize(1400, 900)}) {
+      window.resize(size);
+      QTest::qWait(20);
+      DoneView* done = window.repairView()->doneView();
+      QVERIFY(done != nullptr);
+      const QRect page = done->widget()->geometry();
+      QVERIFY2(page.width() <= kPageWidth, qPrintable(QString::number(page.width())));
+      QVERIFY(page.left() >= 0 && page.right() < done->viewport()->width());
+      // Six stats in two rows of three, each row the box around its texts, keyed by its top.
+      std::map<int, QRect> rows;
+      for (const QWidget* stat : done->findChildren<QWidget*>(QStringLiteral("stat"))) {
+        QRect texts;
+        for (const QLabel* label : stat->findChildren<QLabel*>()) {
+          texts = texts.united(QRect(label->mapTo(done, QPoint(0, 0)), label->size()));
+        }
+        rows[texts.top()] = rows[texts.top()].united(texts);
+      }
+      QCOMPARE(rows.size(), std::size_t{2});
+      const int gap = rows.rbegin()->second.top() - rows.begin()->second.bottom();
+      QVERIFY2(
+          gap > 0 && gap <= 32,
+          qPrintable(
+              QStringLiteral("gap %1 at %2x%3").arg(gap).arg(size.width()).arg(size.height())));
+    }
+  }
+
   void addingToImmich() {
     auto gate = std::make_shared<Gate>();
     RepairBackend backend = fakeBackend(fakeScan({}), fakeRepair({}));
@@ -461,7 +495,6 @@ class ViewsTest : public QObject {
 }  // namespace quillmere
 
 Q_DECLARE_METATYPE(quillmere::ScanSummary)
-Q_DECLARE_METATYPE(quillmere::RepairSummary)
 
 std::unique_ptr<QObject> makeViewsTest() { return std::make_unique<quillmere::ViewsTest>(); }
 
