@@ -84,8 +84,8 @@ int importRepairResult(const RepairResult& result, ExportKind kind, const Import
           [] { return stopRequested(); });
     } catch (const PhotosImportError& error) {
       bar.finish();
+      // The message alone: it already says what to check.
       std::fprintf(stderr, "%s\n", error.what());
-      if (!error.reason().empty()) std::fprintf(stderr, "%s\n", error.reason().c_str());
       return kExitFailed;
     } catch (const std::exception& error) {
       bar.finish();
