@@ -56,10 +56,11 @@ void BM_WriteHeic(benchmark::State& state) {
   std::int64_t written = 0;
   for (auto _ : state) {
     for (const fs::path& file : files) {
-      const auto items = HeifMetadataRewriter::readItems(file);
-      const auto blocks = items ? Exiv2MetadataWriter::rewriteBlocks(*items, tags) : std::nullopt;
-      written += blocks && HeifMetadataRewriter::rewrite(file, out / file.filename(),
-                                                         blocks->exifTiff, blocks->xmp);
+      const auto merge = [&](const HeifMetadataRewriter::Items& items) {
+        return Exiv2MetadataWriter::rewriteBlocks(items, tags);
+      };
+      written += HeifMetadataRewriter::rewrite(file, out / file.filename(), merge) ==
+                 HeifMetadataRewriter::Outcome::written;
     }
   }
   state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * files.size()));

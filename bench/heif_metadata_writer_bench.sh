@@ -2,7 +2,7 @@
 # Writing date, offset, place, caption and keywords into 1,000 HEIC photos of 12 megapixels
 # (4032x3024, as a phone takes them), each into a new copy: the rewriter in process against
 # exiftool doing the same in one batch process (`exiftool -@ ARGFILE`), in the same run, page
-# cache warm for both. PHOTOS changes the count.
+# cache warm and no writes pending for both. PHOTOS changes the count.
 set -euo pipefail
 cli=${1:?usage: heif_metadata_writer_bench.sh PATH-TO-quillmere-cli}
 cli="$(cd "$(dirname "$cli")" && pwd)/$(basename "$cli")"
@@ -36,8 +36,12 @@ done > "$args"
 seconds() { local s; s=$(date +%s.%N); "$@" > /dev/null 2>&1; echo "$(date +%s.%N) $s" | awk '{print $1 - $2}'; }
 rate() { awk -v n="$1" -v s="$2" 'BEGIN {printf "%.0f", n / s}'; }
 
+# Both runs start with the photos in the page cache and no unwritten data pending: the copies
+# made above (and each run's own output) would otherwise throttle whichever run comes next.
 cat "$work"/photos/* > /dev/null
+sync
 ours=$(seconds env QUILLMERE_BENCH_HEIC="$work/photos" "$bench")
+sync
 exiftool_s=$(seconds exiftool -q -q -@ "$args")
 written=$(find "$work/exiftool" -type f | wc -l)
 echo "photos: $photos HEIC of $(awk -v s="$size" 'BEGIN {printf "%.1f", s / 1e6}') MB, 12 MP; exiftool wrote $written"

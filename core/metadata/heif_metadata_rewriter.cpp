@@ -11,9 +11,7 @@ namespace quillmere::HeifMetadataRewriter {
 namespace {
 
 namespace fs = std::filesystem;
-
-// Files are rewritten in memory; beyond this a photo keeps its sidecar.
-constexpr std::uint64_t kLargestFile = std::uint64_t{1} << 30;
+using HeifRewritePlan::Piece;
 
 // The Exif item as phones write it: the offset of the TIFF header after this field (6), then
 // "Exif\0\0", then the TIFF bytes.
@@ -35,15 +33,35 @@ std::optional<Bytes> xmpItem(const std::optional<std::string>& packet) {
   return Bytes(packet->begin(), packet->end());
 }
 
+std::optional<Bytes> exifItemOf(const std::optional<Bytes>& tiff) {
+  return tiff ? std::optional(exifItem(*tiff)) : std::nullopt;
+}
+
+Items itemsOf(const RandomAccessBytes& source, const HeifRewritePlan::Source& opened) {
+  const HeifRewritePlan::Selection selection = HeifRewritePlan::select(opened.meta);
+  Items items;
+  if (selection.exif) {
+    if (const auto item = HeifRewritePlan::itemBytes(source, opened, *selection.exif)) {
+      items.exifTiff = tiffOfExifItem(*item);
+    }
+  }
+  if (selection.xmp) {
+    if (const auto item = HeifRewritePlan::itemBytes(source, opened, *selection.xmp)) {
+      items.xmp = std::string(item->begin(), item->end());
+    }
+  }
+  return items;
+}
+
 // The new file's bytes: the pieces of the plan, in order.
-Bytes assemble(const RandomAccessBytes& source, const std::vector<HeifRewritePlan::Piece>& pieces) {
+Bytes assemble(const RandomAccessBytes& source, const std::vector<Piece>& pieces) {
   std::uint64_t size = 0;
-  for (const HeifRewritePlan::Piece& piece : pieces) {
+  for (const Piece& piece : pieces) {
     size += piece.literal.empty() ? piece.length : piece.literal.size();
   }
   Bytes out;
   out.reserve(static_cast<std::size_t>(size));
-  for (const HeifRewritePlan::Piece& piece : pieces) {
+  for (const Piece& piece : pieces) {
     if (!piece.literal.empty()) {
       out.insert(out.end(), piece.literal.begin(), piece.literal.end());
     } else if (const std::optional<Bytes> part =
@@ -54,6 +72,27 @@ Bytes assemble(const RandomAccessBytes& source, const std::vector<HeifRewritePla
     }
   }
   return out;
+}
+
+// The new file from the pieces: what this process made is written, the runs of the source are
+// copied from descriptor to descriptor. Throws on any failure; the temporary file then goes.
+void writePieces(const FileDescriptor& source, const std::vector<Piece>& pieces,
+                 const fs::path& destination) {
+  // A copy the repair can make again: no flush to disk for each photo.
+  AtomicFile out(destination, AtomicFile::Options{.replace = true, .durable = false});
+  const int target = out.file().get();
+  std::uint64_t at = 0;
+  for (const Piece& piece : pieces) {
+    if (!piece.literal.empty()) {
+      FileIO::pwriteAll(target, piece.literal, at, "Couldn't write the photo");
+      at += piece.literal.size();
+    } else {
+      FileIO::copyRange(source.get(), piece.offset, target, at, piece.length,
+                        "Couldn't copy the photo");
+      at += piece.length;
+    }
+  }
+  out.commit();
 }
 
 bool sameFile(const fs::path& a, const fs::path& b) {
@@ -73,19 +112,7 @@ bool isHeif(const fs::path& file) {
 std::optional<Items> readItems(const RandomAccessBytes& source) {
   const std::optional<HeifRewritePlan::Source> opened = HeifRewritePlan::open(source);
   if (!opened) return std::nullopt;
-  const HeifRewritePlan::Selection selection = HeifRewritePlan::select(opened->meta);
-  Items items;
-  if (selection.exif) {
-    if (const auto item = HeifRewritePlan::itemBytes(source, *opened, *selection.exif)) {
-      items.exifTiff = tiffOfExifItem(*item);
-    }
-  }
-  if (selection.xmp) {
-    if (const auto item = HeifRewritePlan::itemBytes(source, *opened, *selection.xmp)) {
-      items.xmp = std::string(item->begin(), item->end());
-    }
-  }
-  return items;
+  return itemsOf(source, *opened);
 }
 
 std::optional<Items> readItems(const fs::path& file) {
@@ -98,28 +125,39 @@ std::optional<Bytes> rewriteBytes(std::span<const std::uint8_t> source,
                                   const std::optional<Bytes>& exifTiff,
                                   const std::optional<std::string>& xmpPacket) {
   const std::unique_ptr<RandomAccessBytes> bytes = RandomAccessBytes::inMemory(source);
-  const auto pieces = HeifRewritePlan::plan(
-      *bytes, exifTiff ? std::optional(exifItem(*exifTiff)) : std::nullopt, xmpItem(xmpPacket));
+  const std::optional<HeifRewritePlan::Source> opened = HeifRewritePlan::open(*bytes);
+  if (!opened) return std::nullopt;
+  const auto pieces =
+      HeifRewritePlan::plan(*bytes, *opened, exifItemOf(exifTiff), xmpItem(xmpPacket));
   if (!pieces) return std::nullopt;
   return assemble(*bytes, *pieces);
 }
 
+Outcome rewrite(const fs::path& source, const fs::path& destination, const Merge& merge) {
+  try {
+    if (sameFile(source, destination)) return Outcome::refused;
+    const FileDescriptor input = FileDescriptor::openForReading(source);
+    const std::unique_ptr<RandomAccessBytes> bytes = RandomAccessBytes::inOpenFile(input);
+    if (!bytes) return Outcome::refused;
+    const std::optional<HeifRewritePlan::Source> opened = HeifRewritePlan::open(*bytes);
+    if (!opened) return Outcome::refused;
+    const std::optional<Items> items = merge(itemsOf(*bytes, *opened));
+    if (!items) return Outcome::refused;
+    if (!items->exifTiff && !items->xmp) return Outcome::nothingToWrite;
+    const auto pieces =
+        HeifRewritePlan::plan(*bytes, *opened, exifItemOf(items->exifTiff), xmpItem(items->xmp));
+    if (!pieces) return Outcome::refused;
+    writePieces(input, *pieces, destination);
+    return Outcome::written;
+  } catch (const std::exception&) {
+    return Outcome::refused;  // the file system's refusal, or out of memory
+  }
+}
+
 bool rewrite(const fs::path& source, const fs::path& destination,
              const std::optional<Bytes>& exifTiff, const std::optional<std::string>& xmpPacket) {
-  try {
-    if (sameFile(source, destination)) return false;
-    const std::unique_ptr<RandomAccessBytes> bytes = RandomAccessBytes::inFile(source);
-    if (!bytes || bytes->size() > kLargestFile) return false;
-    const auto pieces = HeifRewritePlan::plan(
-        *bytes, exifTiff ? std::optional(exifItem(*exifTiff)) : std::nullopt, xmpItem(xmpPacket));
-    if (!pieces) return false;
-    const Bytes written = assemble(*bytes, *pieces);
-    if (written.empty()) return false;
-    FileIO::writeFile(destination, written, /*exclusive=*/false);
-    return true;
-  } catch (const std::exception&) {
-    return false;  // the file system's refusal, or out of memory
-  }
+  const Merge given = [&](const Items&) { return std::optional(Items{exifTiff, xmpPacket}); };
+  return rewrite(source, destination, given) == Outcome::written;
 }
 
 }  // namespace quillmere::HeifMetadataRewriter

@@ -233,7 +233,7 @@ std::optional<std::vector<Piece>> arrange(HeifMetaBox meta, const std::vector<Mo
 
 }  // namespace
 
-std::optional<std::vector<Piece>> plan(const RandomAccessBytes& bytes,
+std::optional<std::vector<Piece>> plan(const RandomAccessBytes& bytes, const Source& source,
                                        const std::optional<Bytes>& exifItem,
                                        const std::optional<Bytes>& xmpItem) {
   if (!exifItem && !xmpItem) return std::nullopt;
@@ -241,15 +241,13 @@ std::optional<std::vector<Piece>> plan(const RandomAccessBytes& bytes,
     if (*item && ((*item)->empty() || (*item)->size() > HeifContainer::kMaxItemBytes))
       return std::nullopt;
   }
-  const std::optional<Source> source = open(bytes);
-  if (!source) return std::nullopt;
   const std::uint64_t total = bytes.size();
-  const Selection selection = select(source->meta);
+  const Selection selection = select(source.meta);
   Layout layout;
   layout.total = total;
-  layout.region = findRegion(*source, selection, total);
+  layout.region = findRegion(source, selection, total);
 
-  HeifMetaBox meta = source->meta;
+  HeifMetaBox meta = source.meta;
   std::vector<Moved> moved;
   const auto take = [&](std::optional<std::uint32_t> item, const std::optional<Bytes>& data,
                         std::uint32_t type, const std::string& contentType) {
@@ -261,8 +259,8 @@ std::optional<std::vector<Piece>> plan(const RandomAccessBytes& bytes,
       }
       meta.addReference(fourCC("cdsc"), *item, meta.primary);
       moved.push_back({*item, *data});
-    } else if (item && inside(*source, *item, layout.region, total)) {
-      std::optional<Bytes> kept = itemBytes(bytes, *source, *item);
+    } else if (item && inside(source, *item, layout.region, total)) {
+      std::optional<Bytes> kept = itemBytes(bytes, source, *item);
       if (!kept || kept->empty()) return false;
       moved.push_back({*item, std::move(*kept)});
     }
@@ -293,7 +291,7 @@ std::optional<std::vector<Piece>> plan(const RandomAccessBytes& bytes,
       }
     }
   }
-  return arrange(meta, moved, layout, dataLength, shiftable(*source), source->boxes.back().toEnd);
+  return arrange(meta, moved, layout, dataLength, shiftable(source), source.boxes.back().toEnd);
 }
 
 }  // namespace quillmere::HeifRewritePlan

@@ -60,8 +60,8 @@ struct Piece {
 };
 
 // The new file with its Exif item holding `exifItem` (prefix included) and its XMP item
-// holding `xmpItem`; absent when refused.
-std::optional<std::vector<Piece>> plan(const RandomAccessBytes& bytes,
+// holding `xmpItem`; absent when refused. `source` is what `open` found in `bytes`.
+std::optional<std::vector<Piece>> plan(const RandomAccessBytes& bytes, const Source& source,
                                        const std::optional<Bytes>& exifItem,
                                        const std::optional<Bytes>& xmpItem);
 

@@ -40,16 +40,20 @@ std::optional<Bytes> readWhole(const fs::path& file) {
 // HEIC, HEIF and AVIF: the Exif and XMP items are replaced, every other byte kept. Throws only
 // when the file system fails to move an unchanged copy.
 bool embedHeif(const PhotoTags& tags, const fs::path& source, const fs::path& destination) {
-  const std::optional<HeifMetadataRewriter::Items> items = HeifMetadataRewriter::readItems(source);
-  if (!items) return false;
-  const std::optional<HeifMetadataRewriter::Items> blocks =
-      Exiv2MetadataWriter::rewriteBlocks(*items, tags);
-  if (!blocks) return false;
-  if (!blocks->exifTiff && !blocks->xmp) {
-    FileIO::moveFile(source, destination);  // nothing the file can hold (a position off the globe)
-    return true;
+  const auto merge = [&](const HeifMetadataRewriter::Items& items) {
+    return Exiv2MetadataWriter::rewriteBlocks(items, tags);
+  };
+  switch (HeifMetadataRewriter::rewrite(source, destination, merge)) {
+    case HeifMetadataRewriter::Outcome::written:
+      return true;
+    case HeifMetadataRewriter::Outcome::nothingToWrite:
+      // Nothing the file can hold (a position off the globe).
+      FileIO::moveFile(source, destination);
+      return true;
+    case HeifMetadataRewriter::Outcome::refused:
+      break;
   }
-  return HeifMetadataRewriter::rewrite(source, destination, blocks->exifTiff, blocks->xmp);
+  return false;
 }
 
 // Writes the rewritten `photo` to `destination`; false, with nothing new there, when Exiv2

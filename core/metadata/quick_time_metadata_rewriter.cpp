@@ -20,7 +20,6 @@ namespace {
 
 // A movie atom larger than this is not a phone's or camera's; refusing it bounds memory.
 constexpr std::uint64_t kMaxMovieAtomSize = 256ull << 20;
-constexpr std::size_t kCopyBufferSize = 1 << 20;
 
 class Descriptor {
  public:
@@ -61,37 +60,13 @@ bool writeFully(int descriptor, std::uint64_t offset, const std::uint8_t* from, 
   }
 }
 
-// Copies `count` bytes from `from` in `source` to `to` in `target`: in the kernel where it can,
-// else through a bounded buffer.
 bool copyRange(int source, std::uint64_t from, int target, std::uint64_t to, std::uint64_t count) {
-  while (count > 0) {
-    auto in = static_cast<off_t>(from);
-    auto out = static_cast<off_t>(to);
-    const ssize_t copied = ::copy_file_range(source, &in, target, &out, count, 0);
-    if (copied < 0 && errno == EINTR) continue;
-    if (copied < 0 && (errno == EXDEV || errno == ENOSYS || errno == EINVAL ||
-                       errno == EOPNOTSUPP || errno == EBADF)) {
-      break;  // not supported between these files: copy by hand
-    }
-    if (copied <= 0) return false;  // a real error, or the source ended early
-    from += static_cast<std::uint64_t>(copied);
-    to += static_cast<std::uint64_t>(copied);
-    count -= static_cast<std::uint64_t>(copied);
+  try {
+    FileIO::copyRange(source, from, target, to, count, "copy");
+    return true;
+  } catch (const std::system_error&) {
+    return false;
   }
-  if (count == 0) return true;
-  Bytes buffer(kCopyBufferSize);
-  while (count > 0) {
-    const std::size_t chunk =
-        static_cast<std::size_t>(std::min<std::uint64_t>(count, buffer.size()));
-    if (!readFully(source, from, buffer.data(), chunk) ||
-        !writeFully(target, to, buffer.data(), chunk)) {
-      return false;
-    }
-    from += chunk;
-    to += chunk;
-    count -= chunk;
-  }
-  return true;
 }
 
 struct MovieAtomPlace {

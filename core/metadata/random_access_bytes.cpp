@@ -27,7 +27,9 @@ class MemoryBytes final : public RandomAccessBytes {
 
 class FileBytes final : public RandomAccessBytes {
  public:
-  FileBytes(FileDescriptor file, std::uint64_t size) : file_(std::move(file)), size_(size) {}
+  FileBytes(FileDescriptor file, std::uint64_t size)
+      : owned_(std::move(file)), file_(owned_), size_(size) {}
+  FileBytes(const FileDescriptor* borrowed, std::uint64_t size) : file_(*borrowed), size_(size) {}
 
   std::uint64_t size() const override { return size_; }
 
@@ -44,7 +46,8 @@ class FileBytes final : public RandomAccessBytes {
   }
 
  private:
-  FileDescriptor file_;
+  FileDescriptor owned_;  // unless borrowed
+  const FileDescriptor& file_;
   std::uint64_t size_;
 };
 
@@ -61,6 +64,16 @@ std::unique_ptr<RandomAccessBytes> RandomAccessBytes::inFile(const std::filesyst
     const FileDescriptor::Status status = file.status();
     if (!status.regular) return nullptr;
     return std::make_unique<FileBytes>(std::move(file), status.size);
+  } catch (const std::system_error&) {
+    return nullptr;
+  }
+}
+
+std::unique_ptr<RandomAccessBytes> RandomAccessBytes::inOpenFile(const FileDescriptor& file) {
+  try {
+    const FileDescriptor::Status status = file.status();
+    if (!status.regular) return nullptr;
+    return std::make_unique<FileBytes>(&file, status.size);
   } catch (const std::system_error&) {
     return nullptr;
   }

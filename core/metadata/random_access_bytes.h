@@ -8,6 +8,7 @@
 #include <span>
 
 #include "core/sources/byte_view.h"
+#include "core/sources/file_io.h"
 
 namespace quillmere {
 
@@ -27,6 +28,9 @@ class RandomAccessBytes {
   // The file at `path`, opened for reading now and closed with the object; null if it can't be
   // opened.
   static std::unique_ptr<RandomAccessBytes> inFile(const std::filesystem::path& path);
+  // The file open at `file`, which must outlive the view (for a caller that also copies from the
+  // descriptor); null unless it is a regular file.
+  static std::unique_ptr<RandomAccessBytes> inOpenFile(const FileDescriptor& file);
 };
 
 }  // namespace quillmere

@@ -260,6 +260,42 @@ void pwriteAll(int fd, std::span<const std::uint8_t> bytes, std::uint64_t offset
   }
 }
 
+void copyRange(int source, std::uint64_t from, int target, std::uint64_t to, std::uint64_t count,
+               const char* what) {
+  constexpr auto kMaxOffset = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
+  if (from > kMaxOffset || to > kMaxOffset || count > kMaxOffset - std::max(from, to)) {
+    throw std::system_error(EFBIG, std::generic_category(), what);
+  }
+  while (count > 0) {
+    auto in = static_cast<off_t>(from);
+    auto out = static_cast<off_t>(to);
+    const ssize_t copied = ::copy_file_range(source, &in, target, &out, count, 0);
+    if (copied < 0 && errno == EINTR) continue;
+    if (copied < 0 && (errno == EXDEV || errno == ENOSYS || errno == EINVAL ||
+                       errno == EOPNOTSUPP || errno == EBADF)) {
+      break;  // not between these files: copy by hand
+    }
+    if (copied < 0) throw std::system_error(errno, std::generic_category(), what);
+    if (copied == 0) throw std::system_error(EIO, std::generic_category(), what);
+    from += static_cast<std::uint64_t>(copied);
+    to += static_cast<std::uint64_t>(copied);
+    count -= static_cast<std::uint64_t>(copied);
+  }
+  constexpr std::uint64_t kBufferSize = 1 << 20;
+  Bytes buffer(static_cast<std::size_t>(std::min(count, kBufferSize)));
+  while (count > 0) {
+    const std::span<std::uint8_t> chunk(buffer.data(),
+                                        static_cast<std::size_t>(std::min(count, kBufferSize)));
+    if (preadAll(source, chunk, from, what) < chunk.size()) {
+      throw std::system_error(EIO, std::generic_category(), what);
+    }
+    pwriteAll(target, chunk, to, what);
+    from += chunk.size();
+    to += chunk.size();
+    count -= chunk.size();
+  }
+}
+
 [[noreturn]] void failWith(const char* what, const fs::path& path, int error) {
   throw fs::filesystem_error(what, path, std::error_code(error, std::generic_category()));
 }

@@ -130,6 +130,13 @@ std::size_t preadAll(int fd, std::span<std::uint8_t> out, std::uint64_t offset, 
 // progress).
 void pwriteAll(int fd, std::span<const std::uint8_t> bytes, std::uint64_t offset, const char* what);
 
+// Copies `count` bytes at `from` of descriptor `source` to `to` of descriptor `target`, both
+// the caller's: inside the kernel where the file systems allow it (no trip through this
+// process's memory), else through a bounded buffer. Throws std::system_error with `what`, with
+// EIO when the source ends early.
+void copyRange(int source, std::uint64_t from, int target, std::uint64_t to, std::uint64_t count,
+               const char* what);
+
 // Writes `bytes` to `target` under a temporary name beside it, then renames it into place,
 // replacing what is there; with `exclusive`, an existing target fails with EEXIST ("File
 // exists") and is left alone. Nothing is flushed to disk. Throws

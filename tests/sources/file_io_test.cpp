@@ -1,5 +1,6 @@
 #include "core/sources/file_io.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -128,6 +129,35 @@ TEST(FileDescriptorTest, ReadsAndWritesFullyAndReportsTheEndOfTheFile) {
   EXPECT_FALSE(in);
   EXPECT_THAT(messageOf([&] { FileDescriptor::openForReading(dir / "missing"); }),
               ::testing::StartsWith("Couldn't open " + (dir / "missing").string()));
+}
+
+// Ranges copied between descriptors land byte for byte where asked, whether the kernel copies
+// them or, where it refuses (a target opened for appending), the buffered loop does.
+TEST(FileIOTest, CopyRangeCopiesInTheKernelOrThroughABufferAndReportsAShortSource) {
+  TempDir dir;
+  const fs::path from = dir / "from";
+  Bytes data((3 << 20) + 17);
+  for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<std::uint8_t>(i * 13 + 1);
+  FileDescriptor::createExclusive(from).writeFully(data);
+  const FileDescriptor source = FileDescriptor::openForReading(from);
+  for (const int flags : {O_WRONLY, O_WRONLY | O_APPEND}) {
+    SCOPED_TRACE(flags);
+    const fs::path to = dir / ("to" + std::to_string(flags));
+    const FileDescriptor target(::open(to.c_str(), flags | O_CREAT | O_EXCL | O_CLOEXEC, 0644), to);
+    ASSERT_TRUE(target);
+    FileIO::copyRange(source.get(), 5, target.get(), 0, data.size() - 5, "copy");
+    Bytes copied(data.size());
+    EXPECT_EQ(FileDescriptor::openForReading(to).readFully(copied), data.size() - 5);
+    copied.resize(data.size() - 5);
+    EXPECT_TRUE(std::equal(copied.begin(), copied.end(), data.begin() + 5));
+    try {
+      FileIO::copyRange(source.get(), data.size() - 4, target.get(), 0, 8, "Couldn't copy");
+      ADD_FAILURE() << "a range past the end of the source was copied";
+    } catch (const std::system_error& error) {
+      EXPECT_EQ(error.code().value(), EIO);
+      EXPECT_THAT(error.what(), ::testing::StartsWith("Couldn't copy"));
+    }
+  }
 }
 
 TEST(FileIOTest, ReadFileIsBoundedAndTimesAreSetAsExiftoolReadsThem) {
