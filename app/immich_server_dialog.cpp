@@ -2,9 +2,9 @@
 
 #include <QDialogButtonBox>
 #include <QFormLayout>
-#include <QGuiApplication>
 #include <QPushButton>
 #include <QVBoxLayout>
+#include <QtConcurrent>
 
 #include "app/widgets.h"
 
@@ -38,12 +38,15 @@ ImmichServerDialog::ImmichServerDialog(Check check, QWidget* parent)
   problem_->hide();
   column->addWidget(problem_);
   auto* buttons = new QDialogButtonBox(this);
-  buttons->addButton(tr("Connect"), QDialogButtonBox::AcceptRole)->setDefault(true);
+  connect_ = buttons->addButton(tr("Connect"), QDialogButtonBox::AcceptRole);
+  connect_->setDefault(true);
   buttons->addButton(QDialogButtonBox::Cancel);
   connect(buttons, &QDialogButtonBox::accepted, this, &ImmichServerDialog::accept);
   connect(buttons, &QDialogButtonBox::rejected, this, &ImmichServerDialog::reject);
   column->addWidget(buttons);
   setMinimumWidth(460);
+  connect(&checking_, &QFutureWatcher<std::optional<std::string>>::finished, this,
+          &ImmichServerDialog::checked);
 }
 
 ImportCredentials ImmichServerDialog::credentials() const {
@@ -57,15 +60,36 @@ void ImmichServerDialog::accept() {
     problem_->show();
     return;
   }
-  QGuiApplication::setOverrideCursor(Qt::WaitCursor);
-  const std::optional<std::string> problem = check_ ? check_(given) : std::nullopt;
-  QGuiApplication::restoreOverrideCursor();
+  if (!check_) {
+    QDialog::accept();
+    return;
+  }
+  // A server that doesn't answer can take minutes to give up: ask it off the interface thread,
+  // so that the window stays responsive and Cancel still works.
+  setChecking(true);
+  checking_.setFuture(QtConcurrent::run([check = check_, given] { return check(given); }));
+}
+
+bool ImmichServerDialog::isChecking() const { return checking_.isRunning(); }
+
+void ImmichServerDialog::checked() {
+  setChecking(false);
+  if (!isVisible()) return;  // cancelled while the server was being asked
+  const std::optional<std::string> problem = checking_.result();
   if (problem) {
     problem_->setText(QString::fromStdString(*problem));
     problem_->show();
     return;
   }
   QDialog::accept();
+}
+
+void ImmichServerDialog::setChecking(bool checking) {
+  url_->setEnabled(!checking);
+  key_->setEnabled(!checking);
+  connect_->setEnabled(!checking);
+  connect_->setText(checking ? tr("Checking…") : tr("Connect"));
+  if (checking) problem_->hide();
 }
 
 }  // namespace quillmere
