@@ -64,6 +64,7 @@ int runAppTests(int argc, char** argv);
 }  // namespace quillmere::testing
 
 Q_DECLARE_METATYPE(quillmere::RepairSummary)
+Q_DECLARE_METATYPE(quillmere::ScanSummary)
 
 // The test classes, one per file.
 std::unique_ptr<QObject> makeCommandLineTest();

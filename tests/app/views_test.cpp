@@ -494,8 +494,6 @@ class ViewsTest : public QObject {
 }  // namespace
 }  // namespace quillmere
 
-Q_DECLARE_METATYPE(quillmere::ScanSummary)
-
 std::unique_ptr<QObject> makeViewsTest() { return std::make_unique<quillmere::ViewsTest>(); }
 
 #include "views_test.moc"
