@@ -74,7 +74,7 @@ int importRepairResult(const RepairResult& result, ExportKind kind, const Import
   std::string library;
   {
     ProgressBar bar(options.quiet);
-    const StopSignals signals;
+    const StopSignals signals("\nStopping before the next item\xE2\x80\xA6\n");
     try {
       ImmichLibrary immich(ImmichCredentials::find(options.server, options.key));
       library = immich.name();

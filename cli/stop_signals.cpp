@@ -11,12 +11,13 @@ namespace {
 // Set from the signal handler; the engines poll it before each item.
 std::atomic<bool> stopFlag{false};
 static_assert(std::atomic<bool>::is_always_lock_free);
-const char* stopNotice = nullptr;
+std::atomic<const char*> stopNotice{nullptr};
+static_assert(std::atomic<const char*>::is_always_lock_free);
 
 extern "C" void requestStop(int) {
-  if (!stopFlag.exchange(true) && stopNotice != nullptr) {
-    [[maybe_unused]] const auto written =
-        ::write(STDERR_FILENO, stopNotice, std::strlen(stopNotice));
+  const char* notice = stopNotice.load();
+  if (!stopFlag.exchange(true) && notice != nullptr) {
+    [[maybe_unused]] const auto written = ::write(STDERR_FILENO, notice, std::strlen(notice));
   }
 }
 
@@ -24,6 +25,7 @@ extern "C" void requestStop(int) {
 
 StopSignals::StopSignals(const char* notice) {
   stopFlag = false;
+  oldNotice_ = stopNotice;
   stopNotice = notice;
   struct sigaction action {};
   action.sa_handler = requestStop;
@@ -36,6 +38,7 @@ StopSignals::StopSignals(const char* notice) {
 StopSignals::~StopSignals() {
   sigaction(SIGINT, &oldInt_, nullptr);
   sigaction(SIGTERM, &oldTerm_, nullptr);
+  stopNotice = oldNotice_;
 }
 
 bool stopRequested() { return stopFlag.load(); }

@@ -5,9 +5,9 @@
 
 namespace quillmere::cli {
 
-// Routes SIGINT and SIGTERM to a stop flag for its lifetime, then restores the old handlers.
-// Creating one clears the flag. `notice`, when given, is written to stderr on the first signal.
-// One at a time per process.
+// Routes SIGINT and SIGTERM to a stop flag for its lifetime, then restores the old handlers and
+// notice. Creating one clears the flag. `notice`, when given, is written to stderr on the first
+// signal. Guards nest (the import after a repair): the innermost one's notice is the one shown.
 class StopSignals {
  public:
   explicit StopSignals(const char* notice = nullptr);
@@ -18,6 +18,7 @@ class StopSignals {
  private:
   struct sigaction oldInt_ {};
   struct sigaction oldTerm_ {};
+  const char* oldNotice_ = nullptr;
 };
 
 // True once a signal arrived since the last StopSignals was made. Safe from any thread.

@@ -168,7 +168,7 @@ TEST(ImportCommand, SplitsARefusedPairAndReportsFailedItems) {
 TEST(ImportCommand, CtrlCStopsBeforeTheNextItemAndStillFillsTheAlbums) {
   Fixture f;
   f.server.config({{"delay", 0.4}});
-  const std::string out = (f.home / "out.txt").string();
+  const std::string out = (f.home / "out.txt").string(), err = (f.home / "err.txt").string();
   const std::string url = f.server.url(), folder = f.run.root.string();
   std::vector<const char*> argv = {QUILLMERE_CLI,      "import",       "--quiet",
                                    "--server",         url.c_str(),    "--key",
@@ -176,6 +176,7 @@ TEST(ImportCommand, CtrlCStopsBeforeTheNextItemAndStillFillsTheAlbums) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   pid_t pid = 0;
   ASSERT_EQ(posix_spawn(&pid, QUILLMERE_CLI, &actions, nullptr,
                         const_cast<char* const*>(argv.data()), environ),
@@ -194,6 +195,9 @@ TEST(ImportCommand, CtrlCStopsBeforeTheNextItemAndStillFillsTheAlbums) {
   std::ifstream text(out);
   const std::string printed{std::istreambuf_iterator<char>(text), {}};
   EXPECT_THAT(printed, StartsWith("Added "));
+  std::ifstream errors(err);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(errors), {}),
+            "\nStopping before the next item\u2026\n");
   const auto record =
       nlohmann::json::parse(std::ifstream(f.run.root / "Report/photos-import.json"));
   const auto all = f.server.albumNamed("All imported items");
