@@ -154,10 +154,4 @@ Outcome rewrite(const fs::path& source, const fs::path& destination, const Merge
   }
 }
 
-bool rewrite(const fs::path& source, const fs::path& destination,
-             const std::optional<Bytes>& exifTiff, const std::optional<std::string>& xmpPacket) {
-  const Merge given = [&](const Items&) { return std::optional(Items{exifTiff, xmpPacket}); };
-  return rewrite(source, destination, given) == Outcome::written;
-}
-
 }  // namespace quillmere::HeifMetadataRewriter

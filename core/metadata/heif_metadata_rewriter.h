@@ -40,19 +40,6 @@ struct Items {
 std::optional<Items> readItems(const std::filesystem::path& file);
 std::optional<Items> readItems(const RandomAccessBytes& source);
 
-// Writes a new file at `destination` holding `source` with its Exif item set to `exifTiff`
-// (TIFF bytes from the byte-order mark on; stored after "Exif\0\0") and its XMP item set to
-// `xmpPacket`; an item that isn't there is added and linked to the primary image ('cdsc'). An
-// absent argument leaves that item as it is; at least one must be given, and neither may be
-// empty or larger than 16 MiB. Only the 'meta' box and the new item data are written by this
-// process; the rest of the file is copied by the kernel where the file system allows it.
-// The file is written under a temporary name in `destination`'s folder and renamed into place,
-// replacing whatever is there. Returns false, leaving nothing behind, when the file is refused or
-// anything fails; `source` is never changed (a `destination` naming the same file is refused).
-// Never throws.
-bool rewrite(const std::filesystem::path& source, const std::filesystem::path& destination,
-             const std::optional<Bytes>& exifTiff, const std::optional<std::string>& xmpPacket);
-
 // The items to write given those the file has (a member left absent keeps that item), or absent
 // to refuse the file.
 using Merge = std::function<std::optional<Items>(const Items&)>;
@@ -63,8 +50,15 @@ enum class Outcome {
   refused,         // the file, `merge` or the file system refused; nothing was written
 };
 
-// `rewrite` with items made from the file's own, read in the same pass: the file is opened and
-// its 'meta' box parsed once. Never throws; `merge` must not either.
+// Writes a new file at `destination` holding `source` with the items `merge` makes from the
+// file's own (read in the same pass: the file is opened and its 'meta' box parsed once). The Exif
+// item holds TIFF bytes from the byte-order mark on, stored after "Exif\0\0"; an item that isn't
+// there is added and linked to the primary image ('cdsc'). Neither item may be empty or larger
+// than 16 MiB. Only the 'meta' box and the new item data are written by this process; the rest
+// of the file is copied by the kernel where the file system allows it. The file is written under
+// a temporary name in `destination`'s folder and renamed into place, replacing whatever is there;
+// on any other outcome than `written` nothing is left behind. `source` is never changed (a
+// `destination` naming the same file is refused). Never throws; `merge` must not either.
 Outcome rewrite(const std::filesystem::path& source, const std::filesystem::path& destination,
                 const Merge& merge);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <fstream>
+#include <functional>
 #include <system_error>
 
 #include "core/dates/date_planner.h"
@@ -71,6 +72,21 @@ void writeBytes(const fs::path& destination, std::span<const std::uint8_t> bytes
   FileIO::writeFile(destination, bytes, /*exclusive=*/false);
 }
 
+// After an attempt to write the tags inside: when it failed, `placeCopy` puts the unchanged copy
+// at `destination` and the sidecar goes beside it. Then the file's times become the capture date.
+WriteMethod settle(bool embedded, const MetadataPatch& patch, const fs::path& destination,
+                   const std::vector<std::string>& existingKeywords,
+                   const std::function<void()>& placeCopy) {
+  WriteMethod method = WriteMethod::embedded;
+  if (!embedded) {
+    placeCopy();
+    writeXMPSidecar(patch, destination, existingKeywords);
+    method = WriteMethod::xmpSidecar;
+  }
+  if (patch.dateUTC) FileIO::setFileTimes(destination, *patch.dateUTC, *patch.dateUTC);
+  return method;
+}
+
 // Writes the photo's copy with the tags inside; false, with `source` untouched and nothing new
 // at `destination`, when the format or the file system does not allow it.
 bool embedPhoto(const PhotoTags& tags, const fs::path& source, const fs::path& destination) {
@@ -129,18 +145,12 @@ WriteMethod write(const MetadataPatch& patch, MediaKind kind, const fs::path& so
   } else if (kind == MediaKind::video) {
     embedded = writeVideo(patch, source, destination);
   }
-  WriteMethod method = WriteMethod::embedded;
-  if (embedded) {
-    fs::remove(source);
-  } else {
+  if (embedded) fs::remove(source);
+  return settle(embedded, patch, destination, existingKeywords, [&] {
     std::error_code ignored;  // usually nothing is there
     fs::remove(destination, ignored);
     FileIO::moveFile(source, destination);
-    writeXMPSidecar(patch, destination, existingKeywords);
-    method = WriteMethod::xmpSidecar;
-  }
-  if (patch.dateUTC) FileIO::setFileTimes(destination, *patch.dateUTC, *patch.dateUTC);
-  return method;
+  });
 }
 
 bool writesFromMemory(MediaKind kind, std::span<const std::uint8_t> content) {
@@ -169,14 +179,8 @@ WriteMethod writeFromMemory(const MetadataPatch& patch, std::span<const std::uin
   } catch (const std::exception&) {
     // As for a file: the fallback meets the same folder and reports what it finds.
   }
-  WriteMethod method = WriteMethod::embedded;
-  if (!embedded) {
-    writeBytes(destination, photo);
-    writeXMPSidecar(patch, destination, existingKeywords);
-    method = WriteMethod::xmpSidecar;
-  }
-  if (patch.dateUTC) FileIO::setFileTimes(destination, *patch.dateUTC, *patch.dateUTC);
-  return method;
+  return settle(embedded, patch, destination, existingKeywords,
+                [&] { writeBytes(destination, photo); });
 }
 
 void writeXMPSidecar(const MetadataPatch& patch, const fs::path& file,

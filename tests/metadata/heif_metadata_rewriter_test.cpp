@@ -51,6 +51,14 @@ bool writeFields(const fs::path& source, const fs::path& destination,
          HeifMetadataRewriter::Outcome::written;
 }
 
+// A rewrite with exactly `items`, whatever the file holds.
+bool writeItems(const fs::path& source, const fs::path& destination,
+                const HeifMetadataRewriter::Items& items) {
+  const auto given = [&](const HeifMetadataRewriter::Items&) { return std::optional(items); };
+  return HeifMetadataRewriter::rewrite(source, destination, given) ==
+         HeifMetadataRewriter::Outcome::written;
+}
+
 // exiftool's lines "[Group] Tag: value" (as text, so that duplicates and binary blocks compare),
 // less those that describe the file rather than its content, and those the write sets.
 std::multiset<std::string> exiftoolLines(const fs::path& file, bool keepWritten = false) {
@@ -348,15 +356,13 @@ TEST(HeifMetadataRewriterTest, RefusesWhatItDoesNotUnderstandAndLeavesNothing) {
     const fs::path source = work / "source.heic";
     writeBytes(source, c.bytes);
     EXPECT_FALSE(writeFields(source, work / "out.heic"));
-    EXPECT_FALSE(HeifMetadataRewriter::rewrite(source, work / "out.heic", Bytes{'M', 'M', 0, 42},
-                                               std::nullopt));
+    EXPECT_FALSE(writeItems(source, work / "out.heic", {Bytes{'M', 'M', 0, 42}, std::nullopt}));
     EXPECT_EQ(std::distance(fs::directory_iterator(work.path()), {}), 1);  // the source alone
     EXPECT_TRUE(fileBytes(source) == c.bytes);
   }
   // The same file as source and destination, and no items at all, are refused too.
   EXPECT_FALSE(writeFields(made, made));
-  EXPECT_FALSE(
-      HeifMetadataRewriter::rewrite(made, scratch / "out.heic", std::nullopt, std::nullopt));
+  EXPECT_FALSE(writeItems(made, scratch / "out.heic", {std::nullopt, std::nullopt}));
   EXPECT_TRUE(fileBytes(made) == good);
   EXPECT_FALSE(fs::exists(scratch / "out.heic"));
 }
