@@ -30,14 +30,9 @@ std::int64_t bytesReadSoFar() {
   return 0;
 }
 
-const testing::TempDir& scratch() {
-  static const testing::TempDir dir;
-  return dir;
-}
-
 // `count` copies of `base` in a new folder of the scratch folder.
 fs::path copies(const fs::path& base, const std::string& folder, int count) {
-  const fs::path out = scratch() / folder;
+  const fs::path out = testing::processScratch() / folder;
   fs::create_directories(out);
   for (int i = 0; i < count; ++i) {
     fs::copy_file(base, out / ("IMG_" + std::to_string(1000 + i) + base.extension().string()));
@@ -48,7 +43,7 @@ fs::path copies(const fs::path& base, const std::string& folder, int count) {
 std::vector<fs::path> photos() {
   if (const char* folder = std::getenv("QUILLMERE_BENCH_PHOTOS")) return testing::filesIn(folder);
   static const fs::path folder = [] {
-    const fs::path base = scratch() / "base.jpg";
+    const fs::path base = testing::processScratch() / "base.jpg";
     testing::makePhoto(base, testing::PhotoFormat::jpeg, 2400, 1700, /*noisy=*/true);
     testing::writeTags({base,
                         {"-DateTimeOriginal=2021:03:04 10:05:00", "-OffsetTimeOriginal=+02:00",
@@ -63,7 +58,7 @@ std::vector<fs::path> photos() {
 std::vector<fs::path> movies() {
   if (const char* folder = std::getenv("QUILLMERE_BENCH_MOVIES")) return testing::filesIn(folder);
   static const fs::path folder = [] {
-    const fs::path base = scratch() / "base.mp4";
+    const fs::path base = testing::processScratch() / "base.mp4";
     testing::makeMovie(base, 640, 480, {{"creation_time", "2021-03-04T10:05:00Z"}});
     testing::writeTags(
         {base,

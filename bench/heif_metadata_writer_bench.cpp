@@ -19,19 +19,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const testing::TempDir& scratch() {
-  static const testing::TempDir dir;
-  return dir;
-}
-
 std::vector<fs::path> photos() {
   fs::path folder;
   if (const char* given = std::getenv("QUILLMERE_BENCH_HEIC")) {
     folder = given;
   } else {
-    folder = scratch() / "photos";
+    folder = testing::processScratch() / "photos";
     fs::create_directories(folder);
-    const fs::path base = scratch() / "base.heic";
+    const fs::path base = testing::processScratch() / "base.heic";
     testing::makePhoto(base, testing::PhotoFormat::heic, 640, 480, /*noisy=*/true);
     for (int i = 0; i < 50; ++i)
       fs::copy_file(base, folder / ("IMG_" + std::to_string(i) + ".HEIC"));
@@ -44,7 +39,7 @@ std::vector<fs::path> photos() {
 
 void BM_WriteHeic(benchmark::State& state) {
   const std::vector<fs::path> files = photos();
-  const fs::path out = scratch() / "written";
+  const fs::path out = testing::processScratch() / "written";
   fs::create_directories(out);
   MetadataPatch patch;
   patch.dateUTC = 1614845100;

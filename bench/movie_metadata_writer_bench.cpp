@@ -13,15 +13,10 @@
 namespace quillmere {
 namespace {
 
-const testing::TempDir& scratch() {
-  static const testing::TempDir dir;
-  return dir;
-}
-
 // About 1 GB of uncompressed 720p frames, moov first.
 const std::filesystem::path& largeMovie() {
   static const std::filesystem::path path = [] {
-    const auto path = scratch() / "large.mov";
+    const auto path = testing::processScratch() / "large.mov";
     const testing::CommandResult made = testing::runCommand(
         {"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "testsrc2=size=1280x720:rate=30",
          "-frames:v", "760", "-c:v", "rawvideo", "-pix_fmt", "yuv420p", "-movflags", "+faststart",
@@ -38,8 +33,8 @@ double seconds(const std::chrono::steady_clock::time_point start) {
 
 void BM_RewriteLargeMovieAgainstCp(benchmark::State& state) {
   const auto& source = largeMovie();
-  const auto copied = scratch() / "cp.mov";
-  const auto written = scratch() / "written.mov";
+  const auto copied = testing::processScratch() / "cp.mov";
+  const auto written = testing::processScratch() / "written.mov";
   MetadataPatch patch;
   patch.dateUTC = 1614848700;
   patch.offsetSeconds = 3600;

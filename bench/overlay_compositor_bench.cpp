@@ -15,17 +15,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const testing::TempDir& scratch() {
-  static const testing::TempDir dir;
-  return dir;
-}
-
 // Random pixels: the worst case for the JPEG decoder and encoder (about 9 MB a photo); and a
 // photo with a phone's grain, about 4 MB as a phone saves 12 megapixels.
 struct Inputs {
-  fs::path photo = scratch() / "IMG_0001.jpg";
-  fs::path phonePhoto = scratch() / "IMG_0002.jpg";
-  fs::path overlay = scratch() / "IMG_0001-overlay.png";
+  fs::path photo = testing::processScratch() / "IMG_0001.jpg";
+  fs::path phonePhoto = testing::processScratch() / "IMG_0002.jpg";
+  fs::path overlay = testing::processScratch() / "IMG_0001-overlay.png";
 };
 
 const Inputs& inputs() {
@@ -57,7 +52,8 @@ const Usages& usages() {
   static const Usages measured = [] {
     const auto once = [](const fs::path& photo) {
       return testing::measureChild([&] {
-        OverlayCompositor::composite(photo, inputs().overlay, scratch() / "measured.jpg");
+        OverlayCompositor::composite(photo, inputs().overlay,
+                                     testing::processScratch() / "measured.jpg");
       });
     };
     return Usages{once(inputs().photo), once(inputs().phonePhoto)};
@@ -66,7 +62,7 @@ const Usages& usages() {
 }
 
 void composite(benchmark::State& state, const fs::path& photo, const testing::ProcessUsage& usage) {
-  const fs::path to = scratch() / "merged.jpg";
+  const fs::path to = testing::processScratch() / "merged.jpg";
   for (auto _ : state) {
     benchmark::DoNotOptimize(OverlayCompositor::composite(photo, inputs().overlay, to));
   }
@@ -86,7 +82,7 @@ BENCHMARK(BM_CompositeOntoPhoneLikePhoto)->Unit(benchmark::kMillisecond)->Iterat
 
 void BM_ImageMagickReference(benchmark::State& state) {
   const Inputs& in = inputs();
-  const std::string to = (scratch() / "reference.jpg").string();
+  const std::string to = (testing::processScratch() / "reference.jpg").string();
   testing::ProcessUsage usage;
   for (auto _ : state) {
     usage = testing::measureProgram({"convert", in.photo.string(), "-auto-orient", "(",

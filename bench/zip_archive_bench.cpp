@@ -12,15 +12,10 @@
 namespace quillmere {
 namespace {
 
-const testing::TempDir& scratch() {
-  static const testing::TempDir dir;
-  return dir;
-}
-
 // Names shaped like a real export's, so the directory has a realistic size.
 const std::filesystem::path& manyEntriesZip() {
   static const std::filesystem::path path = [] {
-    const auto path = scratch() / "many.zip";
+    const auto path = testing::processScratch() / "many.zip";
     testing::ZipBuilder builder;
     for (int i = 0; i < 100000; ++i) {
       builder.add("Takeout/Google Photos/Photos from 20" + std::to_string(10 + i % 14) + "/IMG_" +
@@ -36,7 +31,7 @@ const std::filesystem::path& manyEntriesZip() {
 // 1,000 entries of 3 MiB, compressible like camera raw data rather than constant.
 const std::filesystem::path& largeEntriesZip() {
   static const std::filesystem::path path = [] {
-    const auto path = scratch() / "large.zip";
+    const auto path = testing::processScratch() / "large.zip";
     std::mt19937 random(1);
     Bytes content(3 << 20);
     for (std::size_t i = 0; i < content.size(); ++i) {

@@ -11,6 +11,12 @@
 #include <vector>
 
 namespace quillmere::testing {
+
+const TempDir& processScratch() {
+  static const TempDir dir;
+  return dir;
+}
+
 namespace {
 
 std::string sha256OfFile(const std::filesystem::path& path) {

@@ -23,6 +23,10 @@ class TempDir {
   std::filesystem::path path_;
 };
 
+// One folder for the whole process (benchmarks' inputs, made once and shared by their cases),
+// removed when the process ends.
+const TempDir& processScratch();
+
 // The regular files directly in `folder`, sorted by path.
 std::vector<std::filesystem::path> filesIn(const std::filesystem::path& folder);
 
