@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <future>
 #include <memory>
+#include <vector>
 
-#include "core/sources/file_io.h"
 #include "core/repair/vips_setup.h"
+#include "core/sources/file_io.h"
 #include "core/sources/quillmere_error.h"
 
 namespace quillmere {
@@ -50,17 +52,24 @@ Image run(Operation operation, const Image& in, Args... args) {
 }
 
 // Opens `path` by its content, whatever its name says. Only the header is read here; pixels
-// are decoded when the result is saved, and a truncated file fails then.
+// are decoded once, from top to bottom, by inMemory(), and a truncated file fails then.
 Image openImage(const fs::path& path) {
   const Source source(vips_source_new_from_file(path.c_str()));
   if (!source) throw VipsFailure{};
-  Image image(
-      vips_image_new_from_source(source.get(), "", "fail_on", VIPS_FAIL_ON_TRUNCATED, nullptr));
+  Image image(vips_image_new_from_source(source.get(), "", "fail_on", VIPS_FAIL_ON_TRUNCATED,
+                                         "access", VIPS_ACCESS_SEQUENTIAL, nullptr));
   if (!image) throw VipsFailure{};
   const std::int64_t pixels =
       static_cast<std::int64_t>(image->Xsize) * static_cast<std::int64_t>(image->Ysize);
   if (image->Xsize <= 0 || image->Ysize <= 0 || pixels > kMostPixels) throw VipsFailure{};
   return image;
+}
+
+// The pixels of `image` decoded into memory, where they can be read in any order.
+Image inMemory(const Image& image) {
+  Image copy(vips_image_copy_memory(image.get()));
+  if (!copy) throw VipsFailure{};
+  return copy;
 }
 
 bool isEightBitRGB(const Image& image) {
@@ -125,13 +134,19 @@ Placement place(int baseWidth, int baseHeight, int overlayWidth, int overlayHeig
   return placement;
 }
 
-// Clear pixels kept around the visible part of an overlay: the reach of the resampling kernel,
-// so that the part's edges resample exactly like the whole would.
-constexpr int kKernelMargin = 4;
+// How far a resampled pixel reaches for its sources, in pixels of either image: Lanczos-3 reads
+// three either side (three of the smaller image's when shrinking), and one more covers rounding.
+constexpr int kKernelReach = 4;
 
-// The rectangle of `layer` (8-bit, alpha last) holding every pixel that is not fully clear,
-// widened by kKernelMargin; empty when the whole layer is clear.
-VipsRect visibleArea(const Image& layer) {
+// Visible parts of an overlay closer than this, in photo pixels, are blended as one; and never
+// more than kMostParts parts: each costs a few operations, and a caption's lines needn't be
+// parts of their own.
+constexpr int kLeastGap = 32;
+constexpr std::size_t kMostParts = 16;
+
+// The runs of consecutive rows of `layer` (8-bit, alpha last) holding anything not fully clear,
+// each as wide as its rows' visible columns; top to bottom, none when the whole layer is clear.
+std::vector<VipsRect> visibleRuns(const Image& layer) {
   const Image alpha = run(vips_extract_band, layer, layer->Bands - 1);
   std::size_t size = 0;
   const std::unique_ptr<void, decltype(&g_free)> memory(
@@ -142,95 +157,127 @@ VipsRect visibleArea(const Image& layer) {
     throw VipsFailure{};
   }
   const auto* bytes = static_cast<const unsigned char*>(memory.get());
-  int left = width, right = -1, top = height, bottom = -1;
+  std::vector<VipsRect> runs;
+  bool inRun = false;
   for (int y = 0; y < height; ++y) {
     const unsigned char* row =
         bytes + static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
     int first = 0;
     while (first < width && row[first] == 0) ++first;
-    if (first == width) continue;
+    if (first == width) {
+      inRun = false;
+      continue;
+    }
     int last = width - 1;
     while (row[last] == 0) --last;
-    left = std::min(left, first);
-    right = std::max(right, last);
-    top = std::min(top, y);
-    bottom = y;
+    const VipsRect line{first, y, last - first + 1, 1};
+    if (inRun) {
+      vips_rect_unionrect(&runs.back(), &line, &runs.back());
+    } else {
+      runs.push_back(line);
+    }
+    inRun = true;
   }
-  if (bottom < 0) return {0, 0, 0, 0};
-  left = std::max(0, left - kKernelMargin);
-  top = std::max(0, top - kKernelMargin);
-  right = std::min(width - 1, right + kKernelMargin);
-  bottom = std::min(height - 1, bottom + kKernelMargin);
-  return {left, top, right - left + 1, bottom - top + 1};
+  return runs;
 }
 
-// The overlay's pixels scaled for the placement, premultiplied (so that clear edges don't
-// darken when resampled), and where their top left corner goes on the base.
+// The part of a placement (in its own coordinates) whose resampled pixels can draw on `visible`
+// pixels of the overlay; every pixel outside all such parts stays fully clear.
+VipsRect reachOf(const VipsRect& visible, double horizontal, double vertical,
+                 const Placement& placement) {
+  const auto from = [](int start, double scale) {
+    return static_cast<int>(std::floor((start - kKernelReach) * scale)) - kKernelReach;
+  };
+  const auto to = [](int end, double scale) {
+    return static_cast<int>(std::ceil((end + kKernelReach) * scale)) + kKernelReach;
+  };
+  const int left = from(visible.left, horizontal);
+  const int top = from(visible.top, vertical);
+  VipsRect reach{left, top, to(VIPS_RECT_RIGHT(&visible), horizontal) - left,
+                 to(VIPS_RECT_BOTTOM(&visible), vertical) - top};
+  const VipsRect whole{0, 0, placement.width, placement.height};
+  vips_rect_intersectrect(&reach, &whole, &reach);
+  return reach;
+}
+
+// `reaches` (sorted by top) joined into at most kMostParts parts that neither overlap nor come
+// closer than kLeastGap rows.
+std::vector<VipsRect> joinedParts(const std::vector<VipsRect>& reaches) {
+  for (int gap = kLeastGap;; gap *= 2) {
+    std::vector<VipsRect> parts;
+    for (const VipsRect& reach : reaches) {
+      if (vips_rect_isempty(&reach)) continue;
+      if (!parts.empty() && reach.top < VIPS_RECT_BOTTOM(&parts.back()) + gap) {
+        vips_rect_unionrect(&parts.back(), &reach, &parts.back());
+      } else {
+        parts.push_back(reach);
+      }
+    }
+    if (parts.size() <= kMostParts) return parts;
+  }
+}
+
+// A part of the overlay, scaled for the placement and premultiplied (so that clear edges don't
+// darken when resampled), and where its top left corner goes on the base.
 struct Layer {
   Image pixels;
   int x = 0;
   int y = 0;
 };
 
-// Only the visible part is resampled: most overlays are a caption or a few stickers on a clear
-// page, and upscaling is the costly step. Nothing when the overlay is clear throughout.
-std::optional<Layer> scaledOverlay(const Image& overlay, const Placement& placement) {
+// The overlay scaled for the placement as a whole, but only its visible parts computed: most
+// overlays are a caption or a few stickers on a clear page, and upscaling is the costly step.
+// Each part is cut from the whole scaled image, so it lines up exactly as the whole would.
+std::vector<Layer> scaledOverlay(const Image& overlay, const Placement& placement) {
   Image layer = inSRGB(run(vips_copy, overlay));
   if (!vips_image_hasalpha(layer.get())) layer = run(vips_addalpha, layer);
-  const VipsRect area = visibleArea(layer);
-  if (area.width == 0) return std::nullopt;
-  const bool whole = area.width == layer->Xsize && area.height == layer->Ysize;
+  layer = inMemory(layer);
   const double horizontal = static_cast<double>(placement.width) / layer->Xsize;
   const double vertical = static_cast<double>(placement.height) / layer->Ysize;
-  if (!whole) {
-    layer = run(vips_extract_area, layer, area.left, area.top, area.width, area.height);
+  std::vector<VipsRect> reaches;
+  for (const VipsRect& visible : visibleRuns(layer)) {
+    reaches.push_back(reachOf(visible, horizontal, vertical, placement));
   }
+  const std::vector<VipsRect> parts = joinedParts(reaches);
+  if (parts.empty()) return {};
   // Premultiplied values fit in 8 bits, and 8-bit pixels resample and blend fastest.
   const Image premultiplied = run(vips_cast, run(vips_premultiply, layer), VIPS_FORMAT_UCHAR);
-  Layer scaled{run(vips_resize, premultiplied, horizontal, "vscale", vertical, "kernel",
-                   VIPS_KERNEL_LANCZOS3),
-               placement.x, placement.y};
-  if (whole) {
-    // Exactly the placement, whatever the rounding of the scaled size.
-    if (scaled.pixels->Xsize != placement.width || scaled.pixels->Ysize != placement.height) {
-      scaled.pixels = run(vips_embed, scaled.pixels, 0, 0, placement.width, placement.height,
-                          "extend", VIPS_EXTEND_COPY);
-    }
-    return scaled;
+  Image scaled = run(vips_resize, premultiplied, horizontal, "vscale", vertical, "kernel",
+                     VIPS_KERNEL_LANCZOS3);
+  // Exactly the placement, whatever the rounding of the scaled size.
+  if (scaled->Xsize != placement.width || scaled->Ysize != placement.height) {
+    scaled = run(vips_embed, scaled, 0, 0, placement.width, placement.height, "extend",
+                 VIPS_EXTEND_COPY);
   }
-  // A part with a clear margin: where it falls to the nearest pixel, cut to the placement.
-  scaled.x += static_cast<int>(std::lround(area.left * horizontal));
-  scaled.y += static_cast<int>(std::lround(area.top * vertical));
-  const int right = std::min(scaled.x + scaled.pixels->Xsize, placement.x + placement.width);
-  const int bottom = std::min(scaled.y + scaled.pixels->Ysize, placement.y + placement.height);
-  if (right <= scaled.x || bottom <= scaled.y) return std::nullopt;
-  if (right - scaled.x != scaled.pixels->Xsize || bottom - scaled.y != scaled.pixels->Ysize) {
-    scaled.pixels =
-        run(vips_extract_area, scaled.pixels, 0, 0, right - scaled.x, bottom - scaled.y);
+  std::vector<Layer> layers;
+  for (const VipsRect& part : parts) {
+    layers.push_back(
+        {inMemory(run(vips_extract_area, scaled, part.left, part.top, part.width, part.height)),
+         placement.x + part.left, placement.y + part.top});
   }
-  return scaled;
+  return layers;
 }
 
-// Blends only the area under the overlay and puts it back into the base: blending works in
-// floating point, and the rest of the photo needs none of it.
-Image merged(const Image& base, const std::optional<Layer>& overlay) {
-  if (!overlay) return run(vips_copy, base);
-  const Image& pixels = overlay->pixels;
-  const Image under =
-      run(vips_extract_area, base, overlay->x, overlay->y, pixels->Xsize, pixels->Ysize);
-  VipsImage* out = nullptr;
-  const int status = vips_composite2(under.get(), pixels.get(), &out, VIPS_BLEND_MODE_OVER,
-                                     "premultiplied", TRUE, nullptr);
-  const Image blended(out);
-  if (status != 0 || !blended) throw VipsFailure{};
-  const Image opaque =
-      run(vips_cast, run(vips_extract_band, blended, 0, "n", 3), VIPS_FORMAT_UCHAR);
-  VipsImage* result = nullptr;
-  const int inserted =
-      vips_insert(base.get(), opaque.get(), &result, overlay->x, overlay->y, nullptr);
-  Image image(result);
-  if (inserted != 0 || !image) throw VipsFailure{};
-  return image;
+// Blends only the areas under the overlay's parts and puts them back into the base: blending
+// works in floating point, and the rest of the photo needs none of it.
+Image merged(Image base, const std::vector<Layer>& layers) {
+  for (const Layer& layer : layers) {
+    const Image& pixels = layer.pixels;
+    const Image under =
+        run(vips_extract_area, base, layer.x, layer.y, pixels->Xsize, pixels->Ysize);
+    VipsImage* out = nullptr;
+    const int status = vips_composite2(under.get(), pixels.get(), &out, VIPS_BLEND_MODE_OVER,
+                                       "premultiplied", TRUE, nullptr);
+    const Image blended(out);
+    if (status != 0 || !blended) throw VipsFailure{};
+    const Image opaque =
+        run(vips_cast, run(vips_extract_band, blended, 0, "n", 3), VIPS_FORMAT_UCHAR);
+    VipsImage* result = nullptr;
+    const int inserted = vips_insert(base.get(), opaque.get(), &result, layer.x, layer.y, nullptr);
+    base = Image(result);
+    if (inserted != 0 || !base) throw VipsFailure{};
+  }
+  return base;
 }
 
 // Encodes a baseline JPEG without any metadata and writes it to `to` in one piece.
@@ -254,9 +301,15 @@ std::optional<std::string> OverlayCompositor::composite(const fs::path& main,
     if (!VipsSetup::prepare()) throw VipsFailure{};
     const Image photo = openImage(main);
     const Image sticker = openImage(overlay);
-    const Image base = uprightBase(photo);
-    const Placement placement = place(base->Xsize, base->Ysize, sticker->Xsize, sticker->Ysize);
-    saveJPEG(merged(base, scaledOverlay(sticker, placement)), to);
+    // The upright size is known from the header: the overlay is scaled on another thread while
+    // this one decodes the photo, which libjpeg does on one core.
+    const Image upright = run(vips_autorot, photo);
+    const Placement placement =
+        place(upright->Xsize, upright->Ysize, sticker->Xsize, sticker->Ysize);
+    auto layers = std::async(std::launch::async, [&] { return scaledOverlay(sticker, placement); });
+    Image base = uprightBase(inMemory(photo));
+    if (base->Xsize != upright->Xsize || base->Ysize != upright->Ysize) throw VipsFailure{};
+    saveJPEG(merged(std::move(base), layers.get()), to);
     if (placement.fitted) return std::string(kFittedNote);
     return std::nullopt;
   } catch (const VipsFailure&) {
