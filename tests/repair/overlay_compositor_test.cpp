@@ -188,6 +188,47 @@ TEST_F(OverlayCompositorTest, ScalesAndPlacesAStickerOnAClearPage) {
   }
 }
 
+TEST_F(OverlayCompositorTest, StickersFarApartLandAsOnAPageScaledWhole) {
+  // Soft-edged stickers at the top, in the middle and in the bottom right corner of a clear
+  // page; the second page adds a barely visible line down its left edge, making it one piece.
+  const auto page = [&](const std::string& name, std::vector<std::string> extra) {
+    std::vector<std::string> argv = {"convert", "-size",
+                                     "108x192", "xc:none",
+                                     "-fill",   "rgba(255,0,0,0.6)",
+                                     "-draw",   "circle 30,20 30,32",
+                                     "-fill",   "yellow",
+                                     "-draw",   "roundrectangle 20,90 90,110 6,6",
+                                     "-fill",   "rgba(0,0,255,0.8)",
+                                     "-draw",   "circle 107,191 107,170"};
+    argv.insert(argv.end(), extra.begin(), extra.end());
+    argv.push_back(path(name).string());
+    tool(argv);
+    return path(name);
+  };
+  const fs::path apart = page("apart.png", {});
+  const fs::path whole =
+      page("whole.png", {"-fill", "rgba(0,0,0,0.01)", "-draw", "rectangle 0,0 0,191"});
+  const fs::path main = path("gradient.jpg");
+  tool({"convert", "-size", "600x700", "gradient:#d08030-#3050a0", main.string()});
+
+  // Fitted 394 x 700 at x = 103: a scale that puts the pieces' edges between pixels.
+  EXPECT_EQ(composite(main, apart, path("apart.jpg")), kFittedNote);
+  EXPECT_EQ(composite(main, whole, path("whole.jpg")), kFittedNote);
+  const Pixels pieces = readPixels(path("apart.jpg"));
+  const Pixels one = readPixels(path("whole.jpg"));
+  ASSERT_EQ(size(pieces.width, pieces.height), "600x700");
+  ASSERT_EQ(size(one.width, one.height), "600x700");
+  EXPECT_TRUE(near(pieces.at(103 + 200, 365), {255, 255, 0}, 30)) << "the middle sticker is there";
+  // The line changes only the 8 x 8 blocks around x = 103; every other pixel is the same.
+  int differing = 0;
+  for (int y = 0; y < one.height; ++y) {
+    for (int x = 0; x < one.width; ++x) {
+      if ((x < 96 || x >= 128) && pieces.at(x, y) != one.at(x, y)) ++differing;
+    }
+  }
+  EXPECT_EQ(differing, 0) << "the stickers are not where the whole page puts them";
+}
+
 TEST_F(OverlayCompositorTest, ExactlyTwoPercentIsStillTheSameShape) {
   const fs::path square = photo("square.jpg", 1000, 1000, "lime");
   const struct {
