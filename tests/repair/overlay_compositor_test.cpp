@@ -268,6 +268,34 @@ TEST_F(OverlayCompositorTest, BlendsTransparencyAndKeepsNoMetadata) {
   }
 }
 
+TEST_F(OverlayCompositorTest, BlendsEachLevelOfTransparencyByItsWeight) {
+  // Stripes 16 pixels wide (whole JPEG blocks) of one colour at rising opacity.
+  const Colour paint = {250, 20, 120};
+  const Colour ground = {30, 220, 60};
+  const int alphas[] = {1, 64, 128, 200, 254, 255};
+  std::vector<std::string> argv = {"convert", "-size", "96x32", "xc:none"};
+  for (int i = 0; i < 6; ++i) {
+    const std::string rgba = "rgba(250,20,120," + std::to_string(alphas[i] / 255.0) + ")";
+    const std::string stripe =
+        "rectangle " + std::to_string(16 * i) + ",0 " + std::to_string(16 * i + 15) + ",31";
+    argv.insert(argv.end(), {"-fill", rgba, "-draw", stripe});
+  }
+  argv.push_back(path("stripes.png").string());
+  tool(argv);
+  const fs::path main = photo("ground.jpg", 96, 32, "rgb(30,220,60)", {"-quality", "100"});
+
+  EXPECT_EQ(composite(main, path("stripes.png"), path("blended.jpg")), std::nullopt);
+  const Pixels out = readPixels(path("blended.jpg"));
+  for (int i = 0; i < 6; ++i) {
+    SCOPED_TRACE("alpha " + std::to_string(alphas[i]));
+    Colour expected;
+    for (int c = 0; c < 3; ++c) {
+      expected[c] = (alphas[i] * paint[c] + (255 - alphas[i]) * ground[c] + 127) / 255;
+    }
+    EXPECT_TRUE(near(out.at(16 * i + 8, 16), expected, 3));
+  }
+}
+
 TEST_F(OverlayCompositorTest, DrawsOnThePhotoTurnedUprightForEveryOrientation) {
   // Four coloured quarters, stored 60 x 40.
   const fs::path stored = path("stored.jpg");
