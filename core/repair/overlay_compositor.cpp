@@ -52,7 +52,7 @@ Image run(Operation operation, const Image& in, Args... args) {
 }
 
 // Opens `path` by its content, whatever its name says. Only the header is read here; pixels
-// are decoded once, from top to bottom, by inMemory(), and a truncated file fails then.
+// are decoded once, from top to bottom, into memory, and a truncated file fails then.
 Image openImage(const fs::path& path) {
   const Source source(vips_source_new_from_file(path.c_str()));
   if (!source) throw VipsFailure{};
@@ -97,12 +97,13 @@ Image inSRGB(Image image) {
 }
 
 // The photo upright, as 8-bit sRGB without alpha. Transparent parts end up black, as they would
-// in a JPEG made from premultiplied pixels.
+// in a JPEG made from premultiplied pixels. Turning needs the whole photo, so it is decoded into
+// memory first, already as 8-bit sRGB (the smallest form it takes).
 Image uprightBase(const Image& photo) {
-  Image base = inSRGB(run(vips_autorot, photo));
+  Image base = inSRGB(run(vips_copy, photo));
   if (vips_image_hasalpha(base.get())) base = run(vips_flatten, base);
   if (base->Bands != 3) throw VipsFailure{};
-  return base;
+  return run(vips_autorot, inMemory(base));
 }
 
 // Where the overlay goes on a W x H base, in whole pixels.
@@ -231,6 +232,7 @@ struct Layer {
 std::vector<Layer> scaledOverlay(const Image& overlay, const Placement& placement) {
   Image layer = inSRGB(run(vips_copy, overlay));
   if (!vips_image_hasalpha(layer.get())) layer = run(vips_addalpha, layer);
+  if (layer->Bands != 4) throw VipsFailure{};
   layer = inMemory(layer);
   const double horizontal = static_cast<double>(placement.width) / layer->Xsize;
   const double vertical = static_cast<double>(placement.height) / layer->Ysize;
@@ -308,7 +310,7 @@ std::optional<std::string> OverlayCompositor::composite(const fs::path& main,
     const Placement placement =
         place(upright->Xsize, upright->Ysize, sticker->Xsize, sticker->Ysize);
     auto layers = std::async(std::launch::async, [&] { return scaledOverlay(sticker, placement); });
-    Image base = uprightBase(inMemory(photo));
+    Image base = uprightBase(photo);
     if (base->Xsize != upright->Xsize || base->Ysize != upright->Ysize) throw VipsFailure{};
     saveJPEG(merged(std::move(base), layers.get()), to);
     if (placement.fitted) return std::string(kFittedNote);
