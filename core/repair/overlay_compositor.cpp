@@ -98,12 +98,12 @@ Image inSRGB(Image image) {
 
 // The photo upright, as 8-bit sRGB without alpha. Transparent parts end up black, as they would
 // in a JPEG made from premultiplied pixels. Turning needs the whole photo, so it is decoded into
-// memory first, already as 8-bit sRGB (the smallest form it takes).
+// memory first.
 Image uprightBase(const Image& photo) {
-  Image base = inSRGB(run(vips_copy, photo));
+  Image base = inSRGB(run(vips_autorot, inMemory(photo)));
   if (vips_image_hasalpha(base.get())) base = run(vips_flatten, base);
   if (base->Bands != 3) throw VipsFailure{};
-  return run(vips_autorot, inMemory(base));
+  return base;
 }
 
 // Where the overlay goes on a W x H base, in whole pixels.
