@@ -72,7 +72,7 @@ for file in "$work"/photos/*; do
   printf '%s\n' "${tags[@]}" -o "$work/exiftool/$(basename "$file")" "$file" -execute
 done > "$work/copies.args"
 ready "$work"/photos/*
-ours=$(seconds env QUILLMERE_BENCH_HEIC="$work/photos" "$bench" --benchmark_filter='BM_WriteHeic$')
+ours=$(seconds env QUILLMERE_BENCH_HEIC="$work/photos" "$bench" --benchmark_filter='^BM_WriteHeic/')
 sync
 exiftool_s=$(seconds exiftool -q -q -@ "$work/copies.args")
 echo "exiftool wrote $(find "$work/exiftool" -type f | wc -l) copies"

@@ -107,7 +107,8 @@ std::pair<std::string, std::string> heifInfo(const fs::path& file) {
 void expectWritten(const fs::path& source, const fs::path& written) {
   // Pixels: decoded the same, byte for byte.
   const std::string before = testing::heifPixels(source);
-  EXPECT_FALSE(before.starts_with("not decoded")) << before;
+  // libheif 1.15 decodes every sample but an image sequence ('msf1' brand only).
+  EXPECT_EQ(before.starts_with("not decoded"), source.filename() == "bird_burst.heic") << before;
   EXPECT_EQ(testing::heifPixels(written), before);
   // Every tag the original had, untouched unless the write names it.
   const auto original = exiftoolLines(source);
