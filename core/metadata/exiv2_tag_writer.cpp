@@ -29,7 +29,10 @@ void setXmpText(Exiv2::XmpData& xmp, const char* key, const std::string& text) {
 }
 
 void setAscii(Exiv2::ExifData& exif, const char* key, const std::string& text) {
-  const Exiv2::AsciiValue value(text);
+  // read() ends the text with the NUL that Exif counts ("N" is 2 bytes); the constructor
+  // doesn't, which readers flag on tags of a fixed count such as GPSLatitudeRef.
+  Exiv2::AsciiValue value;
+  value.read(text);
   exif[key].setValue(&value);
 }
 

@@ -1,6 +1,7 @@
 #include "core/metadata/heif_metadata_rewriter.h"
 
 #include <system_error>
+#include <variant>
 
 #include "core/metadata/heif_container.h"
 #include "core/metadata/heif_rewrite_plan.h"
@@ -95,6 +96,42 @@ void writePieces(const FileDescriptor& source, const std::vector<Piece>& pieces,
   out.commit();
 }
 
+// Writes `patch` over the file, keeping the bytes it replaces in `undo` first.
+void overwrite(const FileDescriptor& file, const HeifRewritePlan::Patch& patch,
+               std::vector<HeifRewritePlan::Patch>& undo) {
+  Bytes old(patch.bytes.size());
+  if (file.preadFully(old, patch.offset) != old.size()) {
+    throw std::system_error(EIO, std::generic_category(), "Couldn't read the photo");
+  }
+  undo.push_back({patch.offset, std::move(old)});
+  FileIO::pwriteAll(file.get(), patch.bytes, patch.offset, "Couldn't write the photo");
+}
+
+// Puts `file` back as it was before an in-place edit: its length, then what the edit wrote
+// over, newest first. Opened anew, as the failure may have been the descriptor's.
+void undoEdit(const fs::path& file, std::uint64_t length,
+              const std::vector<HeifRewritePlan::Patch>& undo) {
+  const FileDescriptor target = FileDescriptor::openForUpdate(file);
+  target.truncate(length);
+  for (auto patch = undo.rbegin(); patch != undo.rend(); ++patch) {
+    FileIO::pwriteAll(target.get(), patch->bytes, patch->offset, "Couldn't restore the photo");
+  }
+}
+
+// The edit `merge` asks of the file `bytes` reads, or the outcome when there is none.
+std::variant<HeifRewritePlan::InPlaceEdit, Outcome> planEdit(const RandomAccessBytes& bytes,
+                                                             const Merge& merge) {
+  const std::optional<HeifRewritePlan::Source> opened = HeifRewritePlan::open(bytes);
+  if (!opened) return Outcome::refused;
+  const std::optional<Items> items = merge(itemsOf(bytes, *opened));
+  if (!items) return Outcome::refused;
+  if (!items->exifTiff && !items->xmp) return Outcome::nothingToWrite;
+  std::optional<HeifRewritePlan::InPlaceEdit> edit = HeifRewritePlan::planInPlace(
+      bytes, *opened, exifItemOf(items->exifTiff), xmpItem(items->xmp));
+  if (!edit) return Outcome::refused;
+  return std::move(*edit);
+}
+
 bool sameFile(const fs::path& a, const fs::path& b) {
   std::error_code error;
   return fs::exists(b, error) && fs::equivalent(a, b, error);
@@ -151,6 +188,36 @@ Outcome rewrite(const fs::path& source, const fs::path& destination, const Merge
     return Outcome::written;
   } catch (const std::exception&) {
     return Outcome::refused;  // the file system's refusal, or out of memory
+  }
+}
+
+Outcome rewriteInPlace(const fs::path& file, const Merge& merge) {
+  std::optional<FileDescriptor> target;
+  std::uint64_t length = 0;
+  HeifRewritePlan::InPlaceEdit edit;
+  try {
+    target = FileDescriptor::openForUpdate(file);
+    const std::unique_ptr<RandomAccessBytes> bytes = RandomAccessBytes::inOpenFile(*target);
+    if (!bytes) return Outcome::refused;
+    length = bytes->size();
+    auto planned = planEdit(*bytes, merge);
+    if (const Outcome* outcome = std::get_if<Outcome>(&planned)) return *outcome;
+    edit = std::move(std::get<HeifRewritePlan::InPlaceEdit>(planned));
+  } catch (const std::exception&) {
+    return Outcome::refused;  // nothing written yet
+  }
+  // The last box's size first, so that the appended boxes never count as part of it; the old
+  // 'meta' box last, so that until then the file keeps its own.
+  std::vector<HeifRewritePlan::Patch> undo;
+  try {
+    if (edit.sizeLastBox) overwrite(*target, *edit.sizeLastBox, undo);
+    FileIO::pwriteAll(target->get(), edit.tail, length, "Couldn't write the photo");
+    overwrite(*target, edit.freeMeta, undo);
+    target->close();  // a late write error shows here
+    return Outcome::written;
+  } catch (const std::exception&) {
+    undoEdit(file, length, undo);
+    return Outcome::refused;
   }
 }
 

@@ -62,6 +62,16 @@ enum class Outcome {
 Outcome rewrite(const std::filesystem::path& source, const std::filesystem::path& destination,
                 const Merge& merge);
 
+// The same rewrite made inside `file` itself, for a file this process alone reads and writes (a
+// working copy): the new 'meta' box and item data are appended, the file's last box is given
+// its size if it had none ("to the end of the file"), and the old 'meta' box becomes free space
+// by its header. Only those bytes are written; no image data moves. A reader of the result
+// finds one 'meta' box: the old one is retired last. Refuses what `rewrite` refuses, and also a
+// file whose old 'meta' region passes 4 GiB. On `refused` the file holds exactly its old bytes:
+// a failed write is undone (length and headers put back). Throws std::system_error only when
+// even that fails, the file then being left damaged; `merge` must not throw.
+Outcome rewriteInPlace(const std::filesystem::path& file, const Merge& merge);
+
 // The same rewrite in memory: the new file's bytes, or absent when refused.
 std::optional<Bytes> rewriteBytes(std::span<const std::uint8_t> source,
                                   const std::optional<Bytes>& exifTiff,

@@ -128,6 +128,9 @@ struct Layout {
   bool append = false;       // 'meta' and the new data go to the end
   std::uint64_t total = 0;   // of the source
   Region region;
+  // A last box running "to the end of the file" that the appended data would join: it is
+  // given its size.
+  std::optional<TopBox> sized;
 };
 
 // Sets every location of `meta` for `layout`; false when one can't follow the move.
@@ -136,7 +139,11 @@ bool placeItems(HeifMetaBox& meta, const std::vector<Moved>& moved, const Layout
   std::uint64_t at = layout.dataAt;
   for (const Moved& item : moved) {
     movedIds.insert(item.id);
-    meta.location(item.id)->extents = {{0, at, item.data.size()}};
+    // Where the file's own items keep their offsets: Exiv2 0.27 looks for it there alone.
+    Location& location = *meta.location(item.id);
+    const bool inBase = meta.baseOffsetSize > 0;
+    location.baseOffset = inBase ? at : 0;
+    location.extents = {{0, inBase ? 0 : at, item.data.size()}};
     at += item.data.size();
   }
   for (Location& location : meta.locations) {
@@ -164,34 +171,85 @@ bool placeItems(HeifMetaBox& meta, const std::vector<Moved>& moved, const Layout
   return true;
 }
 
-Bytes freeBox(std::uint64_t size) { return IsoBox::box(kFree, Bytes(size - 8, 0)); }
+Bytes sizeField(std::uint64_t size) {
+  Bytes out;
+  IsoBox::putUint(out, size, 4);
+  return out;
+}
 
-std::vector<Piece> pieces(const Layout& layout, Bytes region, std::uint64_t padding) {
+// The header that turns the region into one 'free' box; what it held stays as its content.
+Bytes freeHeader(std::uint64_t size) {
+  Bytes out = sizeField(size);
+  IsoBox::putUint(out, kFree, 4);
+  return out;
+}
+
+// The rebuilt region ('meta' and the new 'mdat'), where it goes and the free space after it.
+struct Arranged {
+  Layout layout;
+  Bytes region;
+  std::uint64_t padding = 0;
+};
+
+std::vector<Piece> pieces(Arranged arranged) {
+  const Layout& layout = arranged.layout;
   std::vector<Piece> out;
   const auto copy = [&](std::uint64_t from, std::uint64_t to) {
     if (to > from) out.push_back({from, to - from, {}});
   };
   copy(0, layout.region.start);
   if (layout.append) {
-    out.push_back({0, 0, freeBox(layout.region.end - layout.region.start)});
-    copy(layout.region.end, layout.total);
-    out.push_back({0, 0, std::move(region)});
-  } else {
-    if (padding > 0) {
-      const Bytes space = freeBox(padding);
-      region.insert(region.end(), space.begin(), space.end());
+    // Zeroed, so that no trace of the old items stays in the copy's free space.
+    const std::uint64_t regionSize = layout.region.end - layout.region.start;
+    Bytes space = freeHeader(regionSize);
+    space.resize(regionSize, 0);
+    out.push_back({0, 0, std::move(space)});
+    if (layout.sized) {
+      copy(layout.region.end, layout.sized->offset);
+      out.push_back({0, 0, sizeField(layout.sized->size)});
+      copy(layout.sized->offset + 4, layout.total);
+    } else {
+      copy(layout.region.end, layout.total);
     }
-    out.push_back({0, 0, std::move(region)});
+    out.push_back({0, 0, std::move(arranged.region)});
+  } else {
+    if (arranged.padding > 0) {
+      const Bytes space = IsoBox::box(kFree, Bytes(arranged.padding - 8, 0));
+      arranged.region.insert(arranged.region.end(), space.begin(), space.end());
+    }
+    out.push_back({0, 0, std::move(arranged.region)});
     copy(layout.region.end, layout.total);
   }
   return out;
 }
 
+// The appended layout as edits of the file itself.
+InPlaceEdit edit(Arranged arranged) {
+  const Layout& layout = arranged.layout;
+  InPlaceEdit out;
+  if (layout.sized) out.sizeLastBox = Patch{layout.sized->offset, sizeField(layout.sized->size)};
+  out.tail = std::move(arranged.region);
+  out.freeMeta = Patch{layout.region.start, freeHeader(layout.region.end - layout.region.start)};
+  return out;
+}
+
+// Whether the appended layout can be had: the region must fit one 32-bit 'free' header, and a
+// last box that runs to the end of the file (unless it is part of the region) gets its size,
+// which must fit its 32-bit size field.
+bool appendable(Layout& layout, const TopBox& last) {
+  if (layout.region.end - layout.region.start > 0xFFFFFFFFu) return false;
+  layout.sized.reset();
+  if (!last.toEnd || last.offset < layout.region.end) return true;
+  if (last.header != 8 || last.size > 0xFFFFFFFFu) return false;
+  layout.sized = last;
+  return true;
+}
+
 // Lays out the rebuilt region: in place when it fits (the rest of the file moving if it may),
-// else at the end of the file. The field widths settle within a few rounds, as they only grow.
-std::optional<std::vector<Piece>> arrange(HeifMetaBox meta, const std::vector<Moved>& moved,
-                                          Layout layout, std::uint64_t dataLength, bool mayShift,
-                                          bool lastBoxToEnd) {
+// else (or when `layout.append` asks for it) at the end of the file. The field widths settle
+// within a few rounds, as they only grow.
+std::optional<Arranged> arrange(HeifMetaBox meta, const std::vector<Moved>& moved, Layout layout,
+                                std::uint64_t dataLength, bool mayShift, const TopBox& last) {
   const std::uint64_t regionSize = layout.region.end - layout.region.start;
   for (int round = 0; round < 8; ++round) {
     HeifMetaBox probe = meta;
@@ -212,7 +270,7 @@ std::optional<std::vector<Piece>> arrange(HeifMetaBox meta, const std::vector<Mo
       if (layout.shift != 0 && !mayShift) layout.append = true;
     }
     if (layout.append) {
-      if (lastBoxToEnd || regionSize > 0xFFFFFFFFu) return std::nullopt;
+      if (!appendable(layout, last)) return std::nullopt;
       layout.shift = 0;
     }
     const std::uint64_t metaAt = layout.append ? layout.total : layout.region.start;
@@ -226,16 +284,16 @@ std::optional<std::vector<Piece>> arrange(HeifMetaBox meta, const std::vector<Mo
     for (const Moved& item : moved) data.insert(data.end(), item.data.begin(), item.data.end());
     const Bytes mdat = IsoBox::box(kMdat, data);
     region->insert(region->end(), mdat.begin(), mdat.end());
-    return pieces(layout, std::move(*region), padding);
+    return Arranged{layout, std::move(*region), padding};
   }
   return std::nullopt;
 }
 
-}  // namespace
-
-std::optional<std::vector<Piece>> plan(const RandomAccessBytes& bytes, const Source& source,
-                                       const std::optional<Bytes>& exifItem,
-                                       const std::optional<Bytes>& xmpItem) {
+// Works out the rewrite for both placements: the region, the items that move and the new
+// 'meta' box before it is laid out.
+std::optional<Arranged> prepare(const RandomAccessBytes& bytes, const Source& source,
+                                const std::optional<Bytes>& exifItem,
+                                const std::optional<Bytes>& xmpItem, bool append) {
   if (!exifItem && !xmpItem) return std::nullopt;
   for (const auto* item : {&exifItem, &xmpItem}) {
     if (*item && ((*item)->empty() || (*item)->size() > HeifContainer::kMaxItemBytes))
@@ -245,6 +303,7 @@ std::optional<std::vector<Piece>> plan(const RandomAccessBytes& bytes, const Sou
   const Selection selection = select(source.meta);
   Layout layout;
   layout.total = total;
+  layout.append = append;
   layout.region = findRegion(source, selection, total);
 
   HeifMetaBox meta = source.meta;
@@ -291,7 +350,25 @@ std::optional<std::vector<Piece>> plan(const RandomAccessBytes& bytes, const Sou
       }
     }
   }
-  return arrange(meta, moved, layout, dataLength, shiftable(source), source.boxes.back().toEnd);
+  return arrange(meta, moved, layout, dataLength, shiftable(source), source.boxes.back());
+}
+
+}  // namespace
+
+std::optional<std::vector<Piece>> plan(const RandomAccessBytes& bytes, const Source& source,
+                                       const std::optional<Bytes>& exifItem,
+                                       const std::optional<Bytes>& xmpItem) {
+  std::optional<Arranged> arranged = prepare(bytes, source, exifItem, xmpItem, false);
+  if (!arranged) return std::nullopt;
+  return pieces(std::move(*arranged));
+}
+
+std::optional<InPlaceEdit> planInPlace(const RandomAccessBytes& bytes, const Source& source,
+                                       const std::optional<Bytes>& exifItem,
+                                       const std::optional<Bytes>& xmpItem) {
+  std::optional<Arranged> arranged = prepare(bytes, source, exifItem, xmpItem, true);
+  if (!arranged) return std::nullopt;
+  return edit(std::move(*arranged));
 }
 
 }  // namespace quillmere::HeifRewritePlan

@@ -65,6 +65,33 @@ std::optional<std::vector<Piece>> plan(const RandomAccessBytes& bytes, const Sou
                                        const std::optional<Bytes>& exifItem,
                                        const std::optional<Bytes>& xmpItem);
 
+// Bytes written over the file's own at `offset`.
+struct Patch {
+  std::uint64_t offset = 0;
+  Bytes bytes;
+
+  bool operator==(const Patch&) const = default;
+};
+
+// The same rewrite made inside the file: the new 'meta' box and item data are appended, and the
+// old 'meta' box (with the free space and metadata 'mdat' after it) becomes one 'free' box by
+// a new header, so no byte of image data moves.
+struct InPlaceEdit {
+  // The size of a last box that ran "to the end of the file", written before `tail` joins it.
+  std::optional<Patch> sizeLastBox;
+  Bytes tail;      // appended at the old end of the file
+  Patch freeMeta;  // written last: until then the old 'meta' box stands
+
+  bool operator==(const InPlaceEdit&) const = default;
+};
+
+// The edit that gives the file those items in place; absent when refused (as `plan` refuses,
+// and also when the old 'meta' region is larger than a 32-bit 'free' box or a last box of
+// unstated size can't be given one).
+std::optional<InPlaceEdit> planInPlace(const RandomAccessBytes& bytes, const Source& source,
+                                       const std::optional<Bytes>& exifItem,
+                                       const std::optional<Bytes>& xmpItem);
+
 }  // namespace quillmere::HeifRewritePlan
 
 #endif  // QUILLMERE_CORE_METADATA_HEIF_REWRITE_PLAN_H_

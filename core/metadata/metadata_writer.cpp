@@ -38,13 +38,17 @@ std::optional<Bytes> readWhole(const fs::path& file) {
   return bytes;
 }
 
+// The HEIF items that carry `tags`, merged into those a file has.
+HeifMetadataRewriter::Merge heifMerge(const PhotoTags& tags) {
+  return [&tags](const HeifMetadataRewriter::Items& items) {
+    return Exiv2MetadataWriter::rewriteBlocks(items, tags);
+  };
+}
+
 // HEIC, HEIF and AVIF: the Exif and XMP items are replaced, every other byte kept. Throws only
 // when the file system fails to move an unchanged copy.
 bool embedHeif(const PhotoTags& tags, const fs::path& source, const fs::path& destination) {
-  const auto merge = [&](const HeifMetadataRewriter::Items& items) {
-    return Exiv2MetadataWriter::rewriteBlocks(items, tags);
-  };
-  switch (HeifMetadataRewriter::rewrite(source, destination, merge)) {
+  switch (HeifMetadataRewriter::rewrite(source, destination, heifMerge(tags))) {
     case HeifMetadataRewriter::Outcome::written:
       return true;
     case HeifMetadataRewriter::Outcome::nothingToWrite:
@@ -151,6 +155,21 @@ WriteMethod write(const MetadataPatch& patch, MediaKind kind, const fs::path& so
     fs::remove(destination, ignored);
     FileIO::moveFile(source, destination);
   });
+}
+
+WriteMethod writeInPlace(const MetadataPatch& patch, MediaKind kind, const fs::path& file,
+                         const fs::path& destination,
+                         const std::vector<std::string>& existingKeywords) {
+  if (patch.isEmpty() || kind != MediaKind::photo || !HeifMetadataRewriter::isHeif(file)) {
+    return write(patch, kind, file, destination, existingKeywords);
+  }
+  const PhotoTags tags = buildMetadata(patch, existingKeywords);
+  if (tags.isEmpty() || HeifMetadataRewriter::rewriteInPlace(file, heifMerge(tags)) ==
+                            HeifMetadataRewriter::Outcome::refused) {
+    return write(patch, kind, file, destination, existingKeywords);
+  }
+  FileIO::moveFile(file, destination);
+  return settle(true, patch, destination, existingKeywords, [] {});
 }
 
 bool writesFromMemory(MediaKind kind, std::span<const std::uint8_t> content) {

@@ -63,6 +63,18 @@ WriteMethod write(const MetadataPatch& patch, MediaKind kind, const std::filesys
                   const std::filesystem::path& destination,
                   const std::vector<std::string>& existingKeywords);
 
+// Like write, for a working `file` that this process alone reads and writes: a HEIC, HEIF or
+// AVIF photo gets its metadata items inside `file` itself (only the new items and a box header
+// are written; the image data stays where it lies), and `file` is then renamed to
+// `destination`, which appears complete or not at all. When the in-place write is refused,
+// `file` is as it was and write takes over (the copying rewrite, else the sidecar); any other
+// file goes through write too. Throws like write, and std::system_error when a failed in-place
+// write could not be undone (`file` is then left as it is, and nothing is at `destination`).
+WriteMethod writeInPlace(const MetadataPatch& patch, MediaKind kind,
+                         const std::filesystem::path& file,
+                         const std::filesystem::path& destination,
+                         const std::vector<std::string>& existingKeywords);
+
 // True when writeFromMemory takes a file of `kind` with this `content`: every photo but HEIC,
 // HEIF and AVIF, which are rewritten from a file.
 bool writesFromMemory(MediaKind kind, std::span<const std::uint8_t> content);

@@ -73,7 +73,8 @@ WriteMethod writeFile(const MetadataPatch& patch, MediaKind kind,
                       const std::vector<std::string>& existingKeywords,
                       const std::filesystem::path& work) {
   return writeThroughWork(destination, work, [&](const std::filesystem::path& written) {
-    return MetadataWriter::write(patch, kind, source, written, existingKeywords);
+    // The working copy is this run's own: a HEIF photo gets its metadata in place.
+    return MetadataWriter::writeInPlace(patch, kind, source, written, existingKeywords);
   });
 }
 

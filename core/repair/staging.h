@@ -36,8 +36,9 @@ struct Staged {
 Staged stage(const MediaFilePtr& file, const std::filesystem::path& work,
              const OffsetIndex& offsets, const RepairOptions& options);
 
-// Writes `staged` to `destination` with its plan's patch (MetadataWriter::write, or
-// writeFromMemory for a photo in memory), through a private folder inside `work`: the copy
+// Writes `staged` to `destination` with its plan's patch (MetadataWriter::writeInPlace on the
+// working copy, which a HEIF photo thus gets in place, or writeFromMemory for a photo in
+// memory), through a private folder inside `work`: the copy
 // (and its ".xmp" sidecar, if the writer made one) is renamed to `destination` only when
 // complete, so a killed run leaves nothing half-written among the output. Throws the writer's
 // or the file system's error.

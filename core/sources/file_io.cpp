@@ -103,6 +103,12 @@ FileDescriptor FileDescriptor::createExclusive(const fs::path& path, mode_t mode
   return file;
 }
 
+FileDescriptor FileDescriptor::openForUpdate(const fs::path& path) {
+  FileDescriptor file(::open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC), path);
+  if (!file) file.fail("open");
+  return file;
+}
+
 void FileDescriptor::fail(const char* verb) const {
   throw std::system_error(errno, std::generic_category(),
                           std::string("Couldn't ") + verb + " " + path_.string());
@@ -137,6 +143,16 @@ void FileDescriptor::writeFully(std::span<const std::uint8_t> bytes) const {
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) fail("write");
     done += static_cast<std::size_t>(n);
+  }
+}
+
+void FileDescriptor::truncate(std::uint64_t size) const {
+  if (size > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max())) {
+    errno = EFBIG;
+    fail("write");
+  }
+  while (::ftruncate(fd_, static_cast<off_t>(size)) != 0) {
+    if (errno != EINTR) fail("write");
   }
 }
 

@@ -35,6 +35,9 @@ class FileDescriptor {
   // Creates a new file write-only; fails if anything exists at `path` (the error's code is then
   // std::errc::file_exists). Links at `path` are not followed.
   static FileDescriptor createExclusive(const std::filesystem::path& path, mode_t mode = 0644);
+  // Opens an existing regular file for reading and writing in place; a link at `path` is not
+  // followed (it fails with ELOOP). Throws std::system_error ("Couldn't open PATH").
+  static FileDescriptor openForUpdate(const std::filesystem::path& path);
 
   int get() const { return fd_; }
   explicit operator bool() const { return fd_ >= 0; }
@@ -53,6 +56,8 @@ class FileDescriptor {
   std::size_t preadFully(std::span<std::uint8_t> out, std::uint64_t offset) const;
   // Writes all of `bytes` at the current position ("Couldn't write PATH" on failure).
   void writeFully(std::span<const std::uint8_t> bytes) const;
+  // Cuts or extends the file to `size` bytes ("Couldn't write PATH" on failure).
+  void truncate(std::uint64_t size) const;
   // Flushes the file's content and size to the disk (fsync).
   void sync() const;
   // Sets the file's access and modification times, in seconds since 1970-01-01 UTC.

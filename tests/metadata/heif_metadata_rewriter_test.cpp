@@ -104,42 +104,12 @@ std::pair<std::string, std::string> heifInfo(const fs::path& file) {
   return {result.out.substr(0, split), split == std::string::npos ? "" : result.out.substr(split)};
 }
 
-// The header and pixel chunks of a PNG (IHDR, PLTE, tRNS, IDAT), without the metadata chunks
-// that heif-convert copies from the file.
-std::string pngPixels(const fs::path& png) {
-  const Bytes bytes = fileBytes(png);
-  std::string pixels;
-  for (std::size_t at = 8; at + 12 <= bytes.size();) {
-    const std::size_t length = std::size_t{bytes[at]} << 24 | std::size_t{bytes[at + 1]} << 16 |
-                               std::size_t{bytes[at + 2]} << 8 | bytes[at + 3];
-    const std::string type(bytes.begin() + at + 4, bytes.begin() + at + 8);
-    if (length > bytes.size() - at - 12) break;
-    if (type == "IHDR" || type == "PLTE" || type == "tRNS" || type == "IDAT") {
-      pixels.append(bytes.begin() + at + 4, bytes.begin() + at + 8 + length);
-    }
-    at += length + 12;
-  }
-  return pixels;
-}
-
-// Every top-level image as libheif decodes it (heif-convert writes one PNG per image, with
-// alpha and depth beside them). A file libheif can't decode gives its message.
-std::string decoded(const fs::path& file, const fs::path& folder) {
-  const auto result = runCommand({"heif-convert", file.string(), (folder / "image.png").string()});
-  if (result.exitCode != 0) return "not decoded: " + result.err;
-  std::vector<fs::path> images;
-  for (const auto& entry : fs::directory_iterator(folder)) images.push_back(entry.path());
-  std::sort(images.begin(), images.end());
-  std::string pixels;
-  for (const fs::path& image : images) pixels += image.filename().string() + pngPixels(image);
-  return pixels;
-}
-
-void expectWritten(const fs::path& source, const fs::path& written, const TempDir& scratch) {
+void expectWritten(const fs::path& source, const fs::path& written) {
   // Pixels: decoded the same, byte for byte.
-  const std::string before = decoded(source, scratch / "before");
-  EXPECT_NE(before, "");
-  EXPECT_TRUE(decoded(written, scratch / "after") == before);
+  const std::string before = testing::heifPixels(source);
+  // libheif 1.15 decodes every sample but an image sequence ('msf1' brand only).
+  EXPECT_EQ(before.starts_with("not decoded"), source.filename() == "bird_burst.heic") << before;
+  EXPECT_EQ(testing::heifPixels(written), before);
   // Every tag the original had, untouched unless the write names it.
   const auto original = exiftoolLines(source);
   const auto now = exiftoolLines(written);
@@ -200,16 +170,14 @@ TEST_P(HeifSampleTest, WritesLosslesslyTwiceAlikeAndLeavesTheSamplesAlone) {
   if (!fs::exists(sample)) GTEST_SKIP() << "no sample at " << sample;
   const auto snapshot = testing::snapshotTree(kSamples);
   TempDir scratch;
-  fs::create_directories(scratch / "before");
-  fs::create_directories(scratch / "after");
   const fs::path once = scratch / "once.heic";
   const bool refused = kRefusedSamples.contains(GetParam());
   ASSERT_TRUE(HeifMetadataRewriter::isHeif(sample));
   EXPECT_EQ(writeFields(sample, once), !refused);
   if (refused || !fs::exists(once)) {
-    EXPECT_EQ(std::distance(fs::directory_iterator(scratch.path()), {}), 2);  // the two folders
+    EXPECT_TRUE(fs::is_empty(scratch.path()));
   } else {
-    expectWritten(sample, once, scratch);
+    expectWritten(sample, once);
     // Writing the written file again, with what the merge makes of it, changes nothing.
     const fs::path twice = scratch / "twice.heic";
     EXPECT_TRUE(writeFields(once, twice));
@@ -218,21 +186,8 @@ TEST_P(HeifSampleTest, WritesLosslesslyTwiceAlikeAndLeavesTheSamplesAlone) {
   EXPECT_EQ(testing::snapshotTree(kSamples), snapshot);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Samples, HeifSampleTest,
-    ::testing::Values("Canon.HIF", "HMD_Nokia_8.3_5G_hdr.heif", "IMG_2927.HEIC", "Irvine_CA.avif",
-                      "Issue_487.heic", "Issue_649.avif", "QuickTime.heic", "Sony.HIF",
-                      "alpha_1440x960.heic", "bird_burst.heic", "exif-at-eof.heic",
-                      "grid_960x640.heic", "heic-iphone7.heic", "iphone_13_pro_max.HEIC",
-                      "issue_9292_sony_6_right_top.HIF", "random_collection_1440x960.heic",
-                      "stereo_1200x800.heic"),
-    [](const ::testing::TestParamInfo<const char*>& info) {
-      std::string name = info.param;
-      for (char& c : name) {
-        if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
-      }
-      return name;
-    });
+INSTANTIATE_TEST_SUITE_P(Samples, HeifSampleTest, ::testing::ValuesIn(testing::kHeifSamples),
+                         [](const auto& info) { return testing::testName(info.param); });
 
 // Files made here with libheif's encoder (from 8-bit PNGs: its AV1 encoder asserts on 16-bit ones)
 // (and one tagged by exiftool first): a plain HEIC, one with a thumbnail, one with alpha, two
@@ -260,8 +215,6 @@ TEST(HeifMetadataRewriterTest, WritesFilesMadeByHeifEnc) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     TempDir work;
-    fs::create_directories(work / "before");
-    fs::create_directories(work / "after");
     const fs::path made = work / c.name;
     std::vector<std::string> command = {"heif-enc", "-q", "50", "-o", made.string()};
     command.insert(command.end(), c.arguments.begin(), c.arguments.end());
@@ -269,7 +222,7 @@ TEST(HeifMetadataRewriterTest, WritesFilesMadeByHeifEnc) {
     const Bytes original = fileBytes(made);
     const fs::path written = work / "written.heic";
     ASSERT_TRUE(writeFields(made, written));
-    expectWritten(made, written, work);
+    expectWritten(made, written);
     EXPECT_TRUE(fileBytes(made) == original);
   }
 }

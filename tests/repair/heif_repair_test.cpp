@@ -96,6 +96,8 @@ TEST(HeifRepairTest, PhonePhotosAreWrittenIntoTheFileAndTheLivePhotoKeepsItsKey)
       const fs::path name = fs::path(row.output).filename();
       for (const auto& photo : photos) {
         if (name != photo.name) continue;
+        // Written into its working copy in place: the images decode as the export's do.
+        EXPECT_EQ(testing::heifPixels(runFolder / row.output), testing::heifPixels(samples / name));
         EXPECT_EQ(tags.value("OffsetTimeOriginal", ""), photo.offset);
         EXPECT_EQ(tags.value("ImageDescription", ""), photo.caption);
         EXPECT_EQ(tags.value("Description", ""), photo.caption);

@@ -2,6 +2,7 @@
 
 #include <openssl/evp.h>
 
+#include <cctype>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
@@ -9,6 +10,7 @@
 #include <stdexcept>
 
 #include "tests/support/run_command.h"
+#include "tests/support/temp_dir.h"
 
 namespace quillmere::testing {
 namespace {
@@ -52,12 +54,40 @@ bool isPosition(const std::string& name) {
   return name.ends_with("Offset") || name.ends_with("Offsets") || name.ends_with("Start");
 }
 
+// The header and pixel chunks of a PNG (IHDR, PLTE, tRNS, IDAT).
+std::string pngPixels(const std::filesystem::path& png) {
+  std::ifstream in(png, std::ios::binary);
+  const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+  const auto byte = [&](std::size_t at) {
+    return std::size_t{static_cast<unsigned char>(bytes[at])};
+  };
+  std::string pixels;
+  for (std::size_t at = 8; at + 12 <= bytes.size();) {
+    const std::size_t length =
+        byte(at) << 24 | byte(at + 1) << 16 | byte(at + 2) << 8 | byte(at + 3);
+    const std::string type = bytes.substr(at + 4, 4);
+    if (length > bytes.size() - at - 12) break;
+    if (type == "IHDR" || type == "PLTE" || type == "tRNS" || type == "IDAT") {
+      pixels.append(bytes, at + 4, length + 4);
+    }
+    at += length + 12;
+  }
+  return pixels;
+}
+
 }  // namespace
 
 std::filesystem::path sharedSamples() {
   const char* folder = std::getenv("QUILLMERE_SAMPLES");
   if (folder != nullptr && *folder != '\0') return folder;
   return std::filesystem::path(QUILLMERE_SOURCE_DIR) / ".." / "shared" / "samples";
+}
+
+std::string testName(std::string name) {
+  for (char& c : name) {
+    if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+  }
+  return name;
 }
 
 nlohmann::json exiftoolTags(const std::filesystem::path& file) {
@@ -107,6 +137,18 @@ std::string pixelHash(const std::filesystem::path& file) {
   const CommandResult result = runCommand({"convert", file.string(), "-depth", "8", "rgba:-"});
   if (result.exitCode != 0 || result.out.empty()) return {};
   return sha256(result.out);
+}
+
+std::string heifPixels(const std::filesystem::path& file) {
+  const TempDir folder;
+  const CommandResult result =
+      runCommand({"heif-convert", file.string(), (folder / "image.png").string()});
+  if (result.exitCode != 0) return "not decoded: " + result.err;
+  std::string pixels;
+  for (const std::filesystem::path& image : filesIn(folder.path())) {
+    pixels += image.filename().string() + pngPixels(image);
+  }
+  return sha256(pixels);
 }
 
 std::map<std::string, std::string> imageDataHashes(const std::filesystem::path& file) {

@@ -16,6 +16,28 @@ namespace quillmere::testing {
 // main checkout), else QUILLMERE_SOURCE_DIR/../shared/samples.
 std::filesystem::path sharedSamples();
 
+// The HEIC, HEIF and AVIF samples in sharedSamples() / "heif", by name.
+inline constexpr const char* kHeifSamples[] = {"Canon.HIF",
+                                               "HMD_Nokia_8.3_5G_hdr.heif",
+                                               "IMG_2927.HEIC",
+                                               "Irvine_CA.avif",
+                                               "Issue_487.heic",
+                                               "Issue_649.avif",
+                                               "QuickTime.heic",
+                                               "Sony.HIF",
+                                               "alpha_1440x960.heic",
+                                               "bird_burst.heic",
+                                               "exif-at-eof.heic",
+                                               "grid_960x640.heic",
+                                               "heic-iphone7.heic",
+                                               "iphone_13_pro_max.HEIC",
+                                               "issue_9292_sony_6_right_top.HIF",
+                                               "random_collection_1440x960.heic",
+                                               "stereo_1200x800.heic"};
+
+// `name` as a test's name: letters and digits kept, anything else "_".
+std::string testName(std::string name);
+
 // exiftool -a -G1 -n -json of one file: every tag as "Group:Name", duplicates included.
 nlohmann::json exiftoolTags(const std::filesystem::path& file);
 
@@ -33,6 +55,11 @@ const std::set<std::string>& writtenTagNames();
 
 // SHA-256 of the pixels ImageMagick decodes, as 8-bit RGBA; empty when it cannot decode them.
 std::string pixelHash(const std::filesystem::path& file);
+
+// SHA-256 of every top-level image libheif decodes from a HEIF file (heif-convert writes one PNG
+// per image, with alpha and depth beside them): their names and pixel chunks, without the
+// metadata heif-convert copies into them. "not decoded: " and libheif's message when it can't.
+std::string heifPixels(const std::filesystem::path& file);
 
 // SHA-256 of the bytes every image directory's strips, tiles, thumbnails and previews cover (by
 // exiftool's offsets and lengths), by group; for raws, which ImageMagick cannot decode here.
