@@ -36,10 +36,10 @@ Sha256Digest ContentHashCache::digest(const SourceFile& file) {
   // Hash outside the lock: other scans may look up or hash other files meanwhile.
   const Sha256Digest digest = sha256Of(file);
   const std::lock_guard lock(mutex_);
-  if (digests_.emplace(key, digest).second) {
-    order_.push_back(key);
+  if (const auto [added, isNew] = digests_.emplace(key, digest); isNew) {
+    order_.push_back(&added->first);
     while (order_.size() > capacity_) {
-      digests_.erase(order_.front());
+      digests_.erase(digests_.find(*order_.front()));
       order_.pop_front();
     }
   }

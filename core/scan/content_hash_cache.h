@@ -37,7 +37,8 @@ class ContentHashCache {
   std::size_t capacity_;
   mutable std::mutex mutex_;
   std::unordered_map<std::string, Sha256Digest> digests_;
-  std::deque<std::string> order_;  // insertion order, oldest first
+  // Insertion order, oldest first: the keys in digests_ (whose nodes never move).
+  std::deque<const std::string*> order_;
 };
 
 // SHA-256 of the content streamed out of `file`, uncached.

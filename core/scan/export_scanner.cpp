@@ -23,9 +23,9 @@ ExportKind detect(const std::vector<SourceFilePtr>& files) {
 ScanResultPtr scan(const std::vector<std::filesystem::path>& inputs,
                    const ProgressCallback& progress) {
   if (progress) progress(WorkProgress{std::string(ScanPhase::readingExport), 0, 0});
-  const std::vector<SourceFilePtr> files = SourceCollector::collect(inputs);
-  return detect(files) == ExportKind::snapchat ? SnapchatScanner::scan(files, inputs, progress)
-                                               : TakeoutScanner::scan(files, inputs, progress);
+  std::vector<SourceFilePtr> files = SourceCollector::collect(inputs);
+  if (detect(files) == ExportKind::snapchat) return SnapchatScanner::scan(files, inputs, progress);
+  return TakeoutScanner::scan(std::move(files), inputs, progress);
 }
 
 }  // namespace quillmere::ExportScanner

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "core/metadata/embedded_metadata.h"
-#include "core/sources/media_kind.h"
 #include "core/scan/takeout_sidecar.h"
+#include "core/sources/media_kind.h"
 #include "core/sources/source_file.h"
 
 namespace quillmere {
@@ -28,7 +28,9 @@ class MediaFile {
   const MediaKind kind;
 
   std::vector<SourceFilePtr> duplicates;  // further copies of the same content, in order found
-  std::optional<TakeoutSidecar> sidecar;  // the service's metadata for this file
+  // The service's metadata for this file. A Takeout scan keeps what the repair reads: the
+  // title, link and people are left out.
+  std::optional<TakeoutSidecar> sidecar;
   std::optional<std::string> sidecarName;
   std::vector<std::string> albums;           // no repeats, in the order first seen
   std::vector<std::string> specialFolders;   // trash, archive, …; no repeats

@@ -2,6 +2,10 @@
 
 #include <set>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 #include "core/metadata/embedded_metadata_reader.h"
 #include "core/sources/zip_entry_file.h"
 
@@ -38,6 +42,12 @@ void countPhotoGaps(const MediaFile& photo, ScanSummary& summary) {
                                         (sidecar->geoDataExif && sidecar->geoDataExif->isSet()));
     if (placeKnown) ++summary.locationsRecoverable;
   }
+}
+
+void returnFreedMemory() {
+#ifdef __GLIBC__
+  malloc_trim(0);
+#endif
 }
 
 }  // namespace quillmere::ScanSupport

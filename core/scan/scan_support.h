@@ -26,6 +26,10 @@ std::optional<EmbeddedMetadata> readPhotoMetadata(const SourceFile& source);
 // can supply it.
 void countPhotoGaps(const MediaFile& photo, ScanSummary& summary);
 
+// Hands the pages of memory freed by a scan's working tables back to the system, so the
+// holes they leave among what the scan keeps don't stay counted against the process.
+void returnFreedMemory();
+
 }  // namespace quillmere::ScanSupport
 
 #endif  // QUILLMERE_CORE_SCAN_SCAN_SUPPORT_H_

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <numeric>
 #include <set>
 #include <unordered_map>
 
@@ -20,8 +21,11 @@ struct Tables {
   std::map<std::string, std::vector<SourceFilePtr>> mediaByFolder;
   std::map<std::string, std::map<std::string, TakeoutSidecar>> sidecars;
   std::map<std::string, TakeoutAlbumInfo> albumInfo;
-  std::set<std::string> usedSidecars;
-  std::unordered_map<std::string, std::vector<MediaFilePtr>> mediaByIdentity;
+  std::int64_t orphanSidecars = 0;
+  // Hash of the lower-cased name and the size → the media files made so far with that hash.
+  // A hash, not the text, because it lives through all of the matching; equal hashes are
+  // checked again by name.
+  std::unordered_map<std::size_t, std::vector<MediaFile*>> mediaByIdentity;
 };
 
 void report(const ProgressCallback& progress, std::string_view phase, std::int64_t done,
@@ -40,6 +44,15 @@ void sortIntoFolders(const std::vector<SourceFilePtr>& files, Tables& tables) {
       tables.mediaByFolder[file->logicalDirectory()].push_back(file);
     }
   }
+}
+
+// What a media file keeps of its metadata: nothing later reads the title, the link or the
+// people, and an export holds one such record per photo.
+TakeoutSidecar foldable(TakeoutSidecar sidecar) {
+  sidecar.title.reset();
+  sidecar.url.reset();
+  sidecar.people = {};
+  return sidecar;
 }
 
 void readJsonFiles(Tables& tables, ScanSummary& summary, const ProgressCallback& progress) {
@@ -61,9 +74,9 @@ void readJsonFiles(Tables& tables, ScanSummary& summary, const ProgressCallback&
         ++summary.unreadableJSON;
         continue;
       }
-      const TakeoutJSON parsed = TakeoutJSON::parse(bytes);
-      if (const TakeoutSidecar* sidecar = parsed.photo()) {
-        tables.sidecars[folder][file->fileName()] = *sidecar;
+      TakeoutJSON parsed = TakeoutJSON::parse(bytes);
+      if (auto* sidecar = std::get_if<TakeoutSidecar>(&parsed.value)) {
+        tables.sidecars[folder][file->fileName()] = foldable(std::move(*sidecar));
       } else if (const TakeoutAlbumInfo* album = parsed.album()) {
         tables.albumInfo[folder] = *album;
       } else {
@@ -84,13 +97,17 @@ std::vector<std::string> matchingOrder(const Tables& tables) {
   return years;
 }
 
-// An earlier media file with the same name, size and content as `file`, or null.
-MediaFilePtr sameContent(const std::vector<MediaFilePtr>& candidates, const SourceFile& file) {
+// An earlier media file with the same name (`lowerName`, ignoring case), size and content as
+// `file`, or null.
+MediaFile* sameContent(const std::vector<MediaFile*>& candidates, const SourceFile& file,
+                       const std::string& lowerName) {
   if (candidates.empty()) return nullptr;
   ContentHashCache& cache = ContentHashCache::shared();
   const Sha256Digest digest = cache.digest(file);
-  for (const MediaFilePtr& earlier : candidates) {
-    if (earlier->source->size() == file.size() && cache.digest(*earlier->source) == digest) {
+  for (MediaFile* earlier : candidates) {
+    if (earlier->source->size() == file.size() &&
+        UnicodeText::lowercased(earlier->fileName()) == lowerName &&
+        cache.digest(*earlier->source) == digest) {
       return earlier;
     }
   }
@@ -106,8 +123,13 @@ void matchFolder(const std::string& folder, Tables& tables, ScanResult& result,
   std::vector<std::string> jsonNames;
   for (const auto& [name, sidecar] : sidecars) jsonNames.push_back(name);
   const std::vector<SidecarMatcher::Candidate> candidates = SidecarMatcher::candidates(jsonNames);
+  jsonNames = {};
+  std::set<std::string> used;
 
-  std::vector<SourceFilePtr> media = tables.mediaByFolder[folder];
+  // Each folder is matched once, so its lists go as soon as it is done; that keeps the parsed
+  // metadata of the whole export from living beside every file's copy of it.
+  std::vector<SourceFilePtr> media = std::move(tables.mediaByFolder[folder]);
+  tables.mediaByFolder.erase(folder);
   std::stable_sort(media.begin(), media.end(), [](const auto& a, const auto& b) {
     return a->logicalPath() < b->logicalPath();
   });
@@ -115,10 +137,11 @@ void matchFolder(const std::string& folder, Tables& tables, ScanResult& result,
     if (++matched % 200 == 0) report(progress, ScanPhase::matching, matched, total);
     const std::string name = file->fileName();
     const std::optional<std::string> json = SidecarMatcher::match(name, candidates);
-    if (json) tables.usedSidecars.insert(folder + "/" + *json);
-    std::vector<MediaFilePtr>& sameKey =
-        tables.mediaByIdentity[UnicodeText::lowercased(name) + "|" + std::to_string(file->size())];
-    MediaFilePtr target = sameContent(sameKey, *file);
+    if (json) used.insert(*json);
+    const std::string lowerName = UnicodeText::lowercased(name);
+    std::vector<MediaFile*>& sameKey = tables.mediaByIdentity[std::hash<std::string>()(
+        lowerName + "|" + std::to_string(file->size()))];
+    MediaFile* target = sameContent(sameKey, *file, lowerName);
     if (target) {
       target->duplicates.push_back(file);
       if (!target->sidecar && json) {
@@ -126,25 +149,27 @@ void matchFolder(const std::string& folder, Tables& tables, ScanResult& result,
         target->sidecarName = json;
       }
     } else {
-      target = std::make_shared<MediaFile>(static_cast<int>(result.files.size()), file,
-                                           mediaKindOf(name));
+      auto made = std::make_shared<MediaFile>(static_cast<int>(result.files.size()), file,
+                                              mediaKindOf(name));
       if (json) {
-        target->sidecar = sidecars.at(*json);
-        target->sidecarName = json;
+        made->sidecar = sidecars.at(*json);
+        made->sidecarName = json;
       }
+      target = made.get();
       sameKey.push_back(target);
-      result.files.push_back(target);
+      result.files.push_back(std::move(made));
     }
     apply(role, *target);
   }
+  tables.orphanSidecars += static_cast<std::int64_t>(sidecars.size() - used.size());
+  tables.sidecars.erase(folder);
 }
 
+// Per-photo metadata in folders without media: no file can ever match it.
 std::int64_t countOrphans(const Tables& tables) {
-  std::int64_t orphans = 0;
+  std::int64_t orphans = tables.orphanSidecars;
   for (const auto& [folder, sidecars] : tables.sidecars) {
-    for (const auto& [name, sidecar] : sidecars) {
-      if (!tables.usedSidecars.contains(folder + "/" + name)) ++orphans;
-    }
+    orphans += static_cast<std::int64_t>(sidecars.size());
   }
   return orphans;
 }
@@ -194,23 +219,30 @@ void apply(const FolderRole& role, MediaFile& file) {
 }
 
 std::vector<MediaUnit> groupUnits(const std::vector<MediaFilePtr>& files) {
-  std::unordered_map<std::string, std::vector<std::size_t>> byKey;
+  // Files of one key sorted together (ties in file order), so a group is one run of `byKey`.
   std::vector<std::string> keys;
-  for (std::size_t i = 0; i < files.size(); ++i) {
-    keys.push_back(files[i]->source->logicalDirectory() + "/" +
-                   UnicodeText::lowercased(groupingStem(files[i]->fileName())));
-    byKey[keys.back()].push_back(i);
+  keys.reserve(files.size());
+  for (const MediaFilePtr& file : files) {
+    keys.push_back(file->source->logicalDirectory() + "/" +
+                   UnicodeText::lowercased(groupingStem(file->fileName())));
+  }
+  std::vector<std::size_t> byKey(files.size());
+  std::iota(byKey.begin(), byKey.end(), std::size_t{0});
+  std::stable_sort(byKey.begin(), byKey.end(),
+                   [&](std::size_t a, std::size_t b) { return keys[a] < keys[b]; });
+  std::vector<std::size_t> runStart(files.size());
+  for (std::size_t at = 0; at < byKey.size(); ++at) {
+    const bool first = at == 0 || keys[byKey[at - 1]] != keys[byKey[at]];
+    runStart[byKey[at]] = first ? at : runStart[byKey[at - 1]];
   }
   std::vector<bool> placed(files.size(), false);
   std::vector<MediaUnit> units;
   for (std::size_t i = 0; i < files.size(); ++i) {
     if (placed[i]) continue;
     std::vector<MediaFilePtr> group;
-    for (std::size_t member : byKey[keys[i]]) {
-      if (!placed[member]) {
-        placed[member] = true;
-        group.push_back(files[member]);
-      }
+    for (std::size_t at = runStart[i]; at < byKey.size() && keys[byKey[at]] == keys[i]; ++at) {
+      placed[byKey[at]] = true;
+      group.push_back(files[byKey[at]]);
     }
     const MediaUnit::Kind kind = unitKind(group);
     units.push_back(MediaUnit{static_cast<int>(units.size()), kind, std::move(group)});
@@ -234,31 +266,37 @@ void summarize(ScanResult& result) {
   s.albums += static_cast<std::int64_t>(result.albums.size());
 }
 
-ScanResultPtr scan(const std::vector<SourceFilePtr>& files,
+ScanResultPtr scan(std::vector<SourceFilePtr> files,
                    const std::vector<std::filesystem::path>& inputs,
                    const ProgressCallback& progress) {
   auto result = std::make_shared<ScanResult>(inputs);
   result->summary.sourceFiles = static_cast<std::int64_t>(files.size());
   result->summary.zipParts = ScanSupport::countZipParts(files);
-  Tables tables;
-  sortIntoFolders(files, tables);
-  readJsonFiles(tables, result->summary, progress);
+  {
+    // The working tables end here, before the files are read and grouped.
+    Tables tables;
+    sortIntoFolders(files, tables);
+    files = {};
+    readJsonFiles(tables, result->summary, progress);
+    tables.jsonByFolder = {};
 
-  std::int64_t mediaTotal = 0;
-  for (const auto& [folder, media] : tables.mediaByFolder)
-    mediaTotal += static_cast<std::int64_t>(media.size());
-  std::int64_t matched = 0;
-  for (const std::string& folder : matchingOrder(tables)) {
-    matchFolder(folder, tables, *result, matched, mediaTotal, progress);
+    std::int64_t mediaTotal = 0;
+    for (const auto& [folder, media] : tables.mediaByFolder)
+      mediaTotal += static_cast<std::int64_t>(media.size());
+    std::int64_t matched = 0;
+    for (const std::string& folder : matchingOrder(tables)) {
+      matchFolder(folder, tables, *result, matched, mediaTotal, progress);
+    }
+    result->summary.orphanSidecars = countOrphans(tables);
   }
-  result->summary.orphanSidecars = countOrphans(tables);
-
+  ScanSupport::returnFreedMemory();
   readEmbeddedMetadata(*result, progress);
   result->units = groupUnits(result->files);
   for (const MediaFilePtr& file : result->files) {
     for (const std::string& album : file->albums) result->albums[album].push_back(file);
   }
   summarize(*result);
+  ScanSupport::returnFreedMemory();
   const auto count = static_cast<std::int64_t>(result->files.size());
   report(progress, ScanPhase::complete, count, count);
   return result;

@@ -30,8 +30,9 @@ inline constexpr std::int64_t kMaxJsonSize = 5'000'000;
 // Scans `files` (collected from `inputs`). Reports progress on the calling thread. Unreadable
 // or foreign JSON files and unreadable photos are counted or left without metadata; the scan
 // fails only when a media file's whole content can't be read for the duplicate check (the
-// read's error, e.g. a zip checksum failure).
-ScanResultPtr scan(const std::vector<SourceFilePtr>& files,
+// read's error, e.g. a zip checksum failure). Takes `files` by value so that, when handed
+// over with std::move, the JSON files are released as soon as they have been read.
+ScanResultPtr scan(std::vector<SourceFilePtr> files,
                    const std::vector<std::filesystem::path>& inputs,
                    const ProgressCallback& progress = nullptr);
 

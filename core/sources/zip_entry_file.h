@@ -12,14 +12,13 @@ namespace quillmere {
 // QuillmereError cases (corruptZip, unsupportedCompression, checksumMismatch).
 class ZipEntryFile final : public SourceFile {
  public:
-  ZipEntryFile(std::shared_ptr<const ZipArchive> archive, ZipArchive::Entry entry,
-               std::string logicalPath)
-      : archive_(std::move(archive)),
-        entry_(std::move(entry)),
-        logicalPath_(std::move(logicalPath)) {}
+  // An entry of `archive`'s own directory is referred to, not copied: an export holds hundreds
+  // of thousands of them. Any other entry (such as a test's altered copy) is kept by value.
+  ZipEntryFile(std::shared_ptr<const ZipArchive> archive, const ZipArchive::Entry& entry,
+               std::string logicalPath);
 
   const ZipArchive& archive() const { return *archive_; }
-  const ZipArchive::Entry& entry() const { return entry_; }
+  const ZipArchive::Entry& entry() const { return *entry_; }
 
   // The zip's file name, " › ", then the entry's full path inside the zip.
   std::string displayLocation() const override;
@@ -37,7 +36,8 @@ class ZipEntryFile final : public SourceFile {
 
  private:
   std::shared_ptr<const ZipArchive> archive_;
-  ZipArchive::Entry entry_;
+  std::unique_ptr<const ZipArchive::Entry> ownEntry_;  // only for an entry not in the archive
+  const ZipArchive::Entry* entry_;
   std::string logicalPath_;
 };
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "core/scan/export_scanner.h"
+#include "core/sources/folder_file.h"
 #include "core/sources/quillmere_error.h"
 #include "core/sources/source_collector.h"
 #include "tests/support/export_tree.h"
@@ -142,6 +143,52 @@ TEST_F(TakeoutScanTest, MatchesSidecarsGroupsItemsAndCountsWhatCanBeRestored) {
       "photosMissingDate": 12, "datesRecoverable": 3, "photosMissingLocation": 12,
       "locationsRecoverable": 1, "captionsInTakeout": 2, "albums": 1, "orphanSidecars": 1,
       "unreadableJSON": 1})"));
+}
+
+TEST_F(TakeoutScanTest, KeepsCopiesApartByNameAndCountsSidecarsOfFoldersWithoutMedia) {
+  ExportTree tree;
+  tree.photo(kRoot + "Photos from 2019/IMG_1.JPG", "plain.jpg", "same")
+      .photo(kRoot + "Trip/img_1.jpg", "plain.jpg", "same")  // the same file, name in other case
+      .photo(kRoot + "Trip/IMG_9.JPG", "plain.jpg", "same")  // same content, another name
+      .json(kRoot + "Trip/unused.jpg.json", takeoutSidecar("unused.jpg", 1.6e9))
+      .json(kRoot + "No media/a.jpg.json", takeoutSidecar("a.jpg", 1.6e9))
+      .json(kRoot + "No media/b.jpg.json", takeoutSidecar("b.jpg", 1.6e9));
+  const ScanResultPtr result = scanFolder(tree);
+  ASSERT_EQ(result->files.size(), 2u);
+  EXPECT_EQ(result->files[0]->duplicates.size(), 1u);
+  EXPECT_EQ(result->files[1]->fileName(), "IMG_9.JPG");
+  EXPECT_EQ(result->summary.orphanSidecars, 3);
+}
+
+TEST(TakeoutGroupUnitsTest, UnitsFollowTheirFirstFileAndKeepFileOrder) {
+  struct Case {
+    std::vector<std::string> paths;
+    std::vector<std::string> units;  // per unit: kind, then the indices of its files
+  };
+  const std::vector<Case> cases = {
+      {{"a/IMG_1.jpg", "a/IMG_2.jpg", "a/IMG_1.MOV", "b/IMG_1.jpg", "a/img_1-edited.JPG"},
+       {"livePhoto 0 2 4", "single 1", "single 3"}},
+      {{"x/B.jpg", "x/A.jpg", "x/b-edited.jpg", "x/a.mov"},
+       {"editedWithOriginal 0 2", "livePhoto 1 3"}},
+      {{"PXL_1.jpg", "PXL_1.MP", "z.jpg"}, {"motionPhoto 0 1", "single 2"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.paths.front());
+    std::vector<MediaFilePtr> files;
+    for (const std::string& path : c.paths) {
+      auto source = std::make_shared<FolderFile>("/nowhere/" + path, path, 1);
+      files.push_back(
+          std::make_shared<MediaFile>(static_cast<int>(files.size()), source, mediaKindOf(path)));
+    }
+    std::vector<std::string> units;
+    for (const MediaUnit& unit : TakeoutScanner::groupUnits(files)) {
+      EXPECT_EQ(unit.id, static_cast<int>(units.size()));
+      std::string text(rawValue(unit.kind));
+      for (const MediaFilePtr& file : unit.files) text += " " + std::to_string(file->id);
+      units.push_back(text);
+    }
+    EXPECT_EQ(units, c.units);
+  }
 }
 
 TEST_F(TakeoutScanTest, ReportsProgressAtItsIntervalsOnly) {
