@@ -184,6 +184,9 @@ Bytes freeHeader(std::uint64_t size) {
   return out;
 }
 
+// A 'free' box of `size` bytes in all, zeroed.
+Bytes freeBox(std::uint64_t size) { return IsoBox::box(kFree, Bytes(size - 8, 0)); }
+
 // The rebuilt region ('meta' and the new 'mdat'), where it goes and the free space after it.
 struct Arranged {
   Layout layout;
@@ -200,10 +203,7 @@ std::vector<Piece> pieces(Arranged arranged) {
   copy(0, layout.region.start);
   if (layout.append) {
     // Zeroed, so that no trace of the old items stays in the copy's free space.
-    const std::uint64_t regionSize = layout.region.end - layout.region.start;
-    Bytes space = freeHeader(regionSize);
-    space.resize(regionSize, 0);
-    out.push_back({0, 0, std::move(space)});
+    out.push_back({0, 0, freeBox(layout.region.end - layout.region.start)});
     if (layout.sized) {
       copy(layout.region.end, layout.sized->offset);
       out.push_back({0, 0, sizeField(layout.sized->size)});
@@ -214,7 +214,7 @@ std::vector<Piece> pieces(Arranged arranged) {
     out.push_back({0, 0, std::move(arranged.region)});
   } else {
     if (arranged.padding > 0) {
-      const Bytes space = IsoBox::box(kFree, Bytes(arranged.padding - 8, 0));
+      const Bytes space = freeBox(arranged.padding);
       arranged.region.insert(arranged.region.end(), space.begin(), space.end());
     }
     out.push_back({0, 0, std::move(arranged.region)});

@@ -230,20 +230,18 @@ std::vector<MediaUnit> groupUnits(const std::vector<MediaFilePtr>& files) {
   std::iota(byKey.begin(), byKey.end(), std::size_t{0});
   std::stable_sort(byKey.begin(), byKey.end(),
                    [&](std::size_t a, std::size_t b) { return keys[a] < keys[b]; });
-  std::vector<std::size_t> runStart(files.size());
+  // One run of equal keys per group; a run's first member is its earliest file, and groups
+  // are listed in the order of their earliest files.
+  std::vector<std::vector<std::size_t>> runs;
   for (std::size_t at = 0; at < byKey.size(); ++at) {
-    const bool first = at == 0 || keys[byKey[at - 1]] != keys[byKey[at]];
-    runStart[byKey[at]] = first ? at : runStart[byKey[at - 1]];
+    if (at == 0 || keys[byKey[at - 1]] != keys[byKey[at]]) runs.emplace_back();
+    runs.back().push_back(byKey[at]);
   }
-  std::vector<bool> placed(files.size(), false);
+  std::sort(runs.begin(), runs.end(), [](const auto& a, const auto& b) { return a[0] < b[0]; });
   std::vector<MediaUnit> units;
-  for (std::size_t i = 0; i < files.size(); ++i) {
-    if (placed[i]) continue;
+  for (const std::vector<std::size_t>& run : runs) {
     std::vector<MediaFilePtr> group;
-    for (std::size_t at = runStart[i]; at < byKey.size() && keys[byKey[at]] == keys[i]; ++at) {
-      placed[byKey[at]] = true;
-      group.push_back(files[byKey[at]]);
-    }
+    for (std::size_t member : run) group.push_back(files[member]);
     const MediaUnit::Kind kind = unitKind(group);
     units.push_back(MediaUnit{static_cast<int>(units.size()), kind, std::move(group)});
   }
