@@ -100,6 +100,14 @@ int shootTheme(const QDir& folder, const QString& theme) {
   testing::TempDir output;
   auto importGate = std::make_shared<Gate>();
   RepairBackend backend = RepairBackend::core();
+  // The samples scan in a blink: the scan holds its result until the scanning screen is taken.
+  auto scanGate = std::make_shared<Gate>();
+  backend.scan = [scan = backend.scan, scanGate](const std::vector<std::filesystem::path>& inputs,
+                                                 const ProgressCallback& progress) {
+    ScanResultPtr result = scan(inputs, progress);
+    scanGate->wait();
+    return result;
+  };
   // No Immich server runs here: the import screens show a run that reports like a real one.
   backend.import.hasKnownCredentials = [] { return true; };
   backend.import.run = [importGate](const RepairResult& result, ExportKind,
@@ -126,7 +134,12 @@ int shootTheme(const QDir& folder, const QString& theme) {
   shoot.take(window, QStringLiteral("01-drop-zone"));
   model.scan({examples / "takeout-20240101T000000Z-001.zip",
               examples / "takeout-20240101T000000Z-002.zip"});
+  waitFor([&] {
+    const auto* scanning = std::get_if<StageCase::Scanning>(&model.stage());
+    return scanning != nullptr && scanning->progress.total > 0;
+  });
   shoot.take(window, QStringLiteral("02-scanning"));
+  scanGate->open();
   if (!waitFor([&] { return !std::holds_alternative<StageCase::Scanning>(model.stage()); })) {
     return 1;
   }
