@@ -99,8 +99,9 @@ int runList(std::span<const std::string> args) {
     return kExitFailed;
   }
   for (const SourceFilePtr& file : files) {
-    std::printf("%s\t%lld\t%s\n", file->logicalPath().c_str(), static_cast<long long>(file->size()),
-                file->displayLocation().c_str());
+    const std::string_view path = file->logicalPath();
+    std::printf("%.*s\t%lld\t%s\n", static_cast<int>(path.size()), path.data(),
+                static_cast<long long>(file->size()), file->displayLocation().c_str());
   }
   std::fflush(stdout);
   const int status = options.check ? checkFiles(files, options.quiet) : kExitOk;

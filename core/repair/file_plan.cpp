@@ -20,7 +20,8 @@ GeoPoint pointOf(const TakeoutSidecar::Geo& geo, bool withAltitude) {
 }
 
 std::optional<double> takeoutInstant(const MediaFile& file) {
-  return file.sidecar ? file.sidecar->photoTakenTime : std::nullopt;
+  const std::optional<TakeoutSidecar> sidecar = file.sidecar();
+  return sidecar ? sidecar->photoTakenTime : std::nullopt;
 }
 
 std::string joined(const std::vector<std::string>& parts, std::string_view separator) {
@@ -82,7 +83,7 @@ RepairRow FilePlan::row(const MediaUnit& unit, const MediaFile& file,
 
 std::optional<GeoPoint> bestLocation(const MediaFile& file,
                                      const std::optional<EmbeddedMetadata>& embedded) {
-  const auto& sidecar = file.sidecar;
+  const std::optional<TakeoutSidecar> sidecar = file.sidecar();
   if (sidecar && sidecar->geoData && sidecar->geoData->isSet()) {
     return pointOf(*sidecar->geoData, false);
   }
@@ -109,14 +110,15 @@ OffsetIndex buildOffsetIndex(const ScanResult& scan) {
   const TimeZoneMap* map = TimeZoneMap::shared();
   for (const MediaFilePtr& file : scan.files) {
     const std::optional<double> takeout = takeoutInstant(*file);
-    const auto captureDate = file->embedded ? file->embedded->captureDate : std::nullopt;
+    const std::optional<EmbeddedMetadata> embedded = file->embedded();
+    const auto captureDate = embedded ? embedded->captureDate : std::nullopt;
     const auto resolved = DatePlanner::resolveEmbedded(captureDate, takeout);
     if (resolved && resolved->offsetSeconds) {
       index.add(resolved->utc, *resolved->offsetSeconds);
       continue;
     }
     if (!takeout || map == nullptr) continue;
-    const auto position = bestLocation(*file, file->embedded);
+    const auto position = bestLocation(*file, embedded);
     if (!position) continue;
     if (const auto zone = map->timeZone(position->latitude, position->longitude)) {
       index.add(*takeout, zone->offsetSeconds(*takeout));
@@ -129,7 +131,8 @@ OffsetIndex buildOffsetIndex(const ScanResult& scan) {
 FilePlan plan(const MediaFile& file, const std::optional<EmbeddedMetadata>& embedded,
               const OffsetIndex& offsets, const RepairOptions& options) {
   FilePlan plan;
-  if (!file.sidecar) {
+  const std::optional<TakeoutSidecar> sidecar = file.sidecar();
+  if (!sidecar) {
     plan.notes.emplace_back(!file.overlay && !file.matchNote
                                 ? "No Google metadata file found for this item"
                                 : "No export metadata for this item");
@@ -146,9 +149,9 @@ FilePlan plan(const MediaFile& file, const std::optional<EmbeddedMetadata>& embe
     if (const auto note = zoneNote(plan.date.offsetSource)) plan.notes.emplace_back(*note);
   }
 
-  if (file.sidecar) {
-    planPosition(*file.sidecar, embedded, plan);
-    const auto& description = file.sidecar->description;
+  if (sidecar) {
+    planPosition(*sidecar, embedded, plan);
+    const auto& description = sidecar->description;
     if (description && !(embedded && embedded->caption == description)) {
       plan.patch.caption = description;
       plan.captionWritten = true;
@@ -167,8 +170,7 @@ FilePlan plan(const MediaFile& file, const std::optional<EmbeddedMetadata>& embe
   if (!file.specialFolders.empty()) {
     plan.notes.push_back("Was in: " + joined(file.specialFolders, ", "));
   }
-  if (file.sidecar && file.sidecar->trashed)
-    plan.notes.emplace_back("Marked as in trash by Google");
+  if (sidecar && sidecar->trashed) plan.notes.emplace_back("Marked as in trash by Google");
   plan.before = describe(captureDate);
   return plan;
 }

@@ -38,7 +38,9 @@ std::optional<EmbeddedMetadata> readStaged(const Staged& staged) {
   if (!staged.content) return EmbeddedMetadataReader::read(staged.temp, file.kind);
   const bool readWhole =
       !file.source->localURL() && staged.content->size() <= ScanSupport::kPhotoPrefixBytes;
-  if (readWhole && file.embedded) return file.embedded;
+  if (readWhole) {
+    if (auto scanned = file.embedded()) return scanned;
+  }
   return EmbeddedMetadataReader::readImage(*staged.content);
 }
 
@@ -115,7 +117,7 @@ Staged stage(const MediaFilePtr& file, const std::filesystem::path& work,
     throw;
   }
   auto embedded = readStaged(staged);
-  if (!embedded) embedded = file->embedded;
+  if (!embedded) embedded = file->embedded();
   staged.plan = plan(*file, embedded, offsets, options);
   return staged;
 }

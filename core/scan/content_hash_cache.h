@@ -21,7 +21,9 @@ using Sha256Digest = std::array<std::uint8_t, 32>;
 // the oldest beyond that; a forgotten digest is simply computed again.
 class ContentHashCache {
  public:
-  explicit ContentHashCache(std::size_t capacity = 200'000) : capacity_(capacity) {}
+  // The copies compared within one folder pass are seen close together, so a few thousand
+  // digests serve a scan; the bound keeps a huge export's scan from growing with it.
+  explicit ContentHashCache(std::size_t capacity = 20'000) : capacity_(capacity) {}
   ContentHashCache(const ContentHashCache&) = delete;
   ContentHashCache& operator=(const ContentHashCache&) = delete;
 

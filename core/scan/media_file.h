@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/metadata/embedded_metadata.h"
+#include "core/scan/packed_record.h"
 #include "core/scan/takeout_sidecar.h"
 #include "core/sources/media_kind.h"
 #include "core/sources/source_file.h"
@@ -28,18 +29,27 @@ class MediaFile {
   const MediaKind kind;
 
   std::vector<SourceFilePtr> duplicates;  // further copies of the same content, in order found
-  // The service's metadata for this file. A Takeout scan keeps what the repair reads: the
-  // title, link and people are left out.
-  std::optional<TakeoutSidecar> sidecar;
   std::optional<std::string> sidecarName;
-  std::vector<std::string> albums;           // no repeats, in the order first seen
-  std::vector<std::string> specialFolders;   // trash, archive, …; no repeats
-  std::optional<EmbeddedMetadata> embedded;  // what the file itself carries
-  SourceFilePtr overlay;                     // Snapchat caption/sticker image; null when none
-  std::string outputName;                    // the name the repaired copy should get
-  std::optional<std::string> matchNote;      // Snapchat: how the file met the history
+  std::vector<std::string> albums;          // no repeats, in the order first seen
+  std::vector<std::string> specialFolders;  // trash, archive, …; no repeats
+  SourceFilePtr overlay;                    // Snapchat caption/sticker image; null when none
+  std::string outputName;                   // the name the repaired copy should get
+  std::optional<std::string> matchNote;     // Snapchat: how the file met the history
 
   std::string fileName() const { return source->fileName(); }
+
+  // The service's metadata for this file. A Takeout scan keeps what the repair reads: the
+  // title, link and people are left out. Kept packed, so each call returns a fresh copy: bind
+  // it to a local before taking references into it.
+  std::optional<TakeoutSidecar> sidecar() const;
+  void setSidecar(const std::optional<TakeoutSidecar>& value);
+  // What the file itself carries; packed and copied out like sidecar().
+  std::optional<EmbeddedMetadata> embedded() const;
+  void setEmbedded(const std::optional<EmbeddedMetadata>& value);
+
+ private:
+  PackedRecord sidecar_;   // empty when there is none; packed values never are
+  PackedRecord embedded_;  // likewise
 };
 
 using MediaFilePtr = std::shared_ptr<MediaFile>;

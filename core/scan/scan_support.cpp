@@ -31,12 +31,13 @@ std::optional<EmbeddedMetadata> readPhotoMetadata(const SourceFile& source) {
 }
 
 void countPhotoGaps(const MediaFile& photo, ScanSummary& summary) {
-  const std::optional<TakeoutSidecar>& sidecar = photo.sidecar;
-  if (!photo.embedded || !photo.embedded->captureDate) {
+  const std::optional<TakeoutSidecar> sidecar = photo.sidecar();
+  const std::optional<EmbeddedMetadata> embedded = photo.embedded();
+  if (!embedded || !embedded->captureDate) {
     ++summary.photosMissingDate;
     if (sidecar && sidecar->photoTakenTime) ++summary.datesRecoverable;
   }
-  if (!photo.embedded || !photo.embedded->location) {
+  if (!embedded || !embedded->location) {
     ++summary.photosMissingLocation;
     const bool placeKnown = sidecar && ((sidecar->geoData && sidecar->geoData->isSet()) ||
                                         (sidecar->geoDataExif && sidecar->geoDataExif->isSet()));

@@ -39,7 +39,7 @@ void giveEntry(MediaFile& file, Entry& entry) {
   if (entry.location) {
     sidecar.geoData = TakeoutSidecar::Geo{entry.location->latitude, entry.location->longitude, 0};
   }
-  file.sidecar = std::move(sidecar);
+  file.setSidecar(sidecar);
   file.sidecarName = std::string(historyFileName);
 }
 
@@ -123,7 +123,7 @@ void dateLeftovers(const std::vector<std::size_t>& pending, const std::vector<It
     if (const auto midday = ISODate::parse(*items[i].day + "T12:00:00Z")) {
       sidecar.photoTakenTime = midday->date;
     }
-    file.sidecar = std::move(sidecar);
+    file.setSidecar(sidecar);
     file.matchNote = kNoteDayOnly;
     ++counts.dayOnly;
   }
@@ -271,7 +271,8 @@ ScanResultPtr scan(const std::vector<SourceFilePtr>& files,
   for (std::int64_t j = 0; j < total; ++j) {
     if (j % 200 == 0 && progress) progress({std::string(ScanPhase::checkingFiles), j, total});
     MediaFile& file = *result->files[j];
-    if (file.kind == MediaKind::photo) file.embedded = ScanSupport::readPhotoMetadata(*file.source);
+    if (file.kind == MediaKind::photo)
+      file.setEmbedded(ScanSupport::readPhotoMetadata(*file.source));
   }
   for (const MediaFilePtr& file : result->files) {
     result->units.push_back(

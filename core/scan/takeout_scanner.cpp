@@ -5,6 +5,7 @@
 #include <numeric>
 #include <set>
 #include <unordered_map>
+#include <utility>
 
 #include "core/scan/content_hash_cache.h"
 #include "core/scan/scan_support.h"
@@ -19,7 +20,7 @@ namespace {
 struct Tables {
   std::map<std::string, std::vector<SourceFilePtr>> jsonByFolder;
   std::map<std::string, std::vector<SourceFilePtr>> mediaByFolder;
-  std::map<std::string, std::map<std::string, TakeoutSidecar>> sidecars;
+  std::map<std::string, std::map<std::string, PackedRecord>> sidecars;  // see TakeoutSidecar::pack
   std::map<std::string, TakeoutAlbumInfo> albumInfo;
   std::int64_t orphanSidecars = 0;
   // Hash of the lower-cased name and the size → the media files made so far with that hash.
@@ -60,8 +61,10 @@ void readJsonFiles(Tables& tables, ScanSummary& summary, const ProgressCallback&
   for (const auto& [folder, jsons] : tables.jsonByFolder)
     total += static_cast<std::int64_t>(jsons.size());
   std::int64_t count = 0;
-  for (const auto& [folder, jsons] : tables.jsonByFolder) {
-    for (const SourceFilePtr& file : jsons) {
+  for (auto& [folder, jsons] : tables.jsonByFolder) {
+    // Each JSON file goes as soon as it is read: only its parsed record is needed later.
+    for (SourceFilePtr& slot : jsons) {
+      const SourceFilePtr file = std::move(slot);
       if (++count % 500 == 0) report(progress, ScanPhase::readingMetadata, count, total);
       if (file->size() >= kMaxJsonSize) {
         ++summary.unreadableJSON;
@@ -76,13 +79,14 @@ void readJsonFiles(Tables& tables, ScanSummary& summary, const ProgressCallback&
       }
       TakeoutJSON parsed = TakeoutJSON::parse(bytes);
       if (auto* sidecar = std::get_if<TakeoutSidecar>(&parsed.value)) {
-        tables.sidecars[folder][file->fileName()] = foldable(std::move(*sidecar));
+        tables.sidecars[folder][file->fileName()] = foldable(std::move(*sidecar)).pack();
       } else if (const TakeoutAlbumInfo* album = parsed.album()) {
         tables.albumInfo[folder] = *album;
       } else {
         ++summary.unreadableJSON;
       }
     }
+    jsons = {};
   }
 }
 
@@ -119,7 +123,7 @@ void matchFolder(const std::string& folder, Tables& tables, ScanResult& result,
   const auto info = tables.albumInfo.find(folder);
   const FolderRole role = FolderClassifier::classify(
       folder, info == tables.albumInfo.end() ? std::nullopt : std::optional(info->second));
-  std::map<std::string, TakeoutSidecar>& sidecars = tables.sidecars[folder];
+  std::map<std::string, PackedRecord>& sidecars = tables.sidecars[folder];
   std::vector<std::string> jsonNames;
   for (const auto& [name, sidecar] : sidecars) jsonNames.push_back(name);
   const std::vector<SidecarMatcher::Candidate> candidates = SidecarMatcher::candidates(jsonNames);
@@ -144,15 +148,15 @@ void matchFolder(const std::string& folder, Tables& tables, ScanResult& result,
     MediaFile* target = sameContent(sameKey, *file, lowerName);
     if (target) {
       target->duplicates.push_back(file);
-      if (!target->sidecar && json) {
-        target->sidecar = sidecars.at(*json);
+      if (json && !target->sidecar()) {
+        target->setSidecar(TakeoutSidecar::unpack(sidecars.at(*json)));
         target->sidecarName = json;
       }
     } else {
       auto made = std::make_shared<MediaFile>(static_cast<int>(result.files.size()), file,
                                               mediaKindOf(name));
       if (json) {
-        made->sidecar = sidecars.at(*json);
+        made->setSidecar(TakeoutSidecar::unpack(sidecars.at(*json)));
         made->sidecarName = json;
       }
       target = made.get();
@@ -180,7 +184,7 @@ void readEmbeddedMetadata(ScanResult& result, const ProgressCallback& progress) 
     MediaFile& file = *result.files[i];
     if (file.kind != MediaKind::photo) continue;  // movies are read during repair
     if (i % 200 == 0) report(progress, ScanPhase::checkingFiles, i, total);
-    file.embedded = ScanSupport::readPhotoMetadata(*file.source);
+    file.setEmbedded(ScanSupport::readPhotoMetadata(*file.source));
   }
 }
 
@@ -230,18 +234,22 @@ std::vector<MediaUnit> groupUnits(const std::vector<MediaFilePtr>& files) {
   std::iota(byKey.begin(), byKey.end(), std::size_t{0});
   std::stable_sort(byKey.begin(), byKey.end(),
                    [&](std::size_t a, std::size_t b) { return keys[a] < keys[b]; });
-  // One run of equal keys per group; a run's first member is its earliest file, and groups
-  // are listed in the order of their earliest files.
-  std::vector<std::vector<std::size_t>> runs;
+  // One run of equal keys per group, as [begin, end) in byKey; a run's first member is its
+  // earliest file, and groups are listed in the order of their earliest files.
+  std::vector<std::pair<std::size_t, std::size_t>> runs;
   for (std::size_t at = 0; at < byKey.size(); ++at) {
-    if (at == 0 || keys[byKey[at - 1]] != keys[byKey[at]]) runs.emplace_back();
-    runs.back().push_back(byKey[at]);
+    if (at == 0 || keys[byKey[at - 1]] != keys[byKey[at]]) runs.emplace_back(at, at);
+    runs.back().second = at + 1;
   }
-  std::sort(runs.begin(), runs.end(), [](const auto& a, const auto& b) { return a[0] < b[0]; });
+  keys = {};
+  std::sort(runs.begin(), runs.end(),
+            [&](const auto& a, const auto& b) { return byKey[a.first] < byKey[b.first]; });
   std::vector<MediaUnit> units;
-  for (const std::vector<std::size_t>& run : runs) {
+  units.reserve(runs.size());
+  for (const auto& [begin, end] : runs) {
     std::vector<MediaFilePtr> group;
-    for (std::size_t member : run) group.push_back(files[member]);
+    group.reserve(end - begin);
+    for (std::size_t at = begin; at < end; ++at) group.push_back(files[byKey[at]]);
     const MediaUnit::Kind kind = unitKind(group);
     units.push_back(MediaUnit{static_cast<int>(units.size()), kind, std::move(group)});
   }
@@ -254,7 +262,7 @@ void summarize(ScanResult& result) {
     s.duplicateCopies += static_cast<std::int64_t>(file->duplicates.size());
     const bool photo = file->kind == MediaKind::photo;
     ++(photo ? s.photos : s.videos);
-    const std::optional<TakeoutSidecar>& sidecar = file->sidecar;
+    const std::optional<TakeoutSidecar> sidecar = file->sidecar();
     ++(sidecar ? s.withSidecar : s.withoutSidecar);
     if (sidecar && sidecar->description) ++s.captionsInTakeout;
     if (photo) ScanSupport::countPhotoGaps(*file, s);

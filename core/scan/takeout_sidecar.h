@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "core/scan/packed_record.h"
+
 namespace quillmere {
 
 // Google's per-photo (or per-video) metadata from a Takeout JSON file; see TakeoutJSON::parse
@@ -40,6 +42,11 @@ struct TakeoutSidecar {
   // The place to use: geoData when present and set, else geoDataExif when present and set,
   // else nullopt. geoData wins whenever it is set.
   std::optional<Geo> bestGeo() const;
+
+  // The record laid out compactly, for keeping one per file of an export; unpack() gives back
+  // an equal value. unpack() requires a record made by pack().
+  PackedRecord pack() const;
+  static TakeoutSidecar unpack(const PackedRecord& record);
 
   bool operator==(const TakeoutSidecar&) const = default;
 };

@@ -15,7 +15,7 @@ class FolderFile final : public SourceFile {
   const std::filesystem::path& url() const { return url_; }
 
   std::string displayLocation() const override { return url_.string(); }
-  const std::string& logicalPath() const override { return logicalPath_; }
+  std::string_view logicalPath() const override { return logicalPath_; }
   std::int64_t size() const override { return size_; }
   Bytes readAll() const override;
   Bytes readPrefix(std::size_t count) const override;

@@ -35,8 +35,9 @@ void addComponent(std::string component, std::vector<std::string>& components) {
 }
 
 void collectZip(const fs::path& zip, std::vector<SourceFilePtr>& out) {
-  auto archive = std::make_shared<const ZipArchive>(zip);
-  for (const ZipArchive::Entry& entry : archive->entries()) {
+  auto archive = std::make_shared<ZipArchive>(zip);
+  // The files keep their own records; the archive's copy of the directory would be dead weight.
+  for (ZipArchive::Entry& entry : archive->takeEntries()) {
     if (entry.isDirectory()) continue;
     std::vector<std::string> components;
     std::size_t start = 0;
@@ -50,7 +51,8 @@ void collectZip(const fs::path& zip, std::vector<SourceFilePtr>& out) {
     // Resource forks added by desktop archivers.
     if (std::find(components.begin(), components.end(), "__MACOSX") != components.end()) continue;
     if (startsWith(components.back(), "._")) continue;
-    out.push_back(std::make_shared<ZipEntryFile>(archive, entry, logicalPath(components)));
+    out.push_back(
+        std::make_shared<ZipEntryFile>(archive, std::move(entry), logicalPath(components)));
   }
 }
 

@@ -3,15 +3,15 @@
 namespace quillmere {
 
 std::string SourceFile::fileName() const {
-  const std::string& path = logicalPath();
+  const std::string_view path = logicalPath();
   const std::size_t slash = path.rfind('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
+  return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
 }
 
 std::string SourceFile::logicalDirectory() const {
-  const std::string& path = logicalPath();
+  const std::string_view path = logicalPath();
   const std::size_t slash = path.rfind('/');
-  return slash == std::string::npos ? std::string() : path.substr(0, slash);
+  return std::string(slash == std::string_view::npos ? std::string_view() : path.substr(0, slash));
 }
 
 }  // namespace quillmere

@@ -8,6 +8,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "core/sources/byte_view.h"
 
@@ -28,7 +29,7 @@ class SourceFile {
   // are never empty, "." or "..", and never hold NUL. Components are UTF-8 (invalid bytes of a
   // zip name replaced) but may be of any length, so a name built from one must still be
   // checked against the file system's limits (255 bytes a name on Linux).
-  virtual const std::string& logicalPath() const = 0;
+  virtual std::string_view logicalPath() const = 0;
   // Content size in bytes (uncompressed for zip entries).
   virtual std::int64_t size() const = 0;
   // The whole content. Throws QuillmereError or std::system_error when it can't be read.

@@ -6,6 +6,7 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/sources/byte_view.h"
@@ -47,6 +48,9 @@ class ZipArchive {
   // The file name shown in messages: the last component of the zip's path.
   std::string name() const { return url_.filename().string(); }
   const std::vector<Entry>& entries() const { return entries_; }
+  // Hands the directory over to the caller, leaving entries() empty. An export's parts hold
+  // hundreds of thousands of records; whoever turns them into files keeps only those it needs.
+  std::vector<Entry> takeEntries() { return std::exchange(entries_, {}); }
   std::uint64_t fileSize() const { return fileSize_; }
 
   // Exactly `count` bytes from `offset`. Throws corruptZip when the file ends first.

@@ -17,31 +17,36 @@ constexpr std::uint64_t kMaxReserve = 64 << 20;
 
 }  // namespace
 
-ZipEntryFile::ZipEntryFile(std::shared_ptr<const ZipArchive> archive,
-                           const ZipArchive::Entry& entry, std::string logicalPath)
-    : archive_(std::move(archive)), entry_(&entry), logicalPath_(std::move(logicalPath)) {
-  const std::vector<ZipArchive::Entry>& own = archive_->entries();
-  const bool inArchive = !own.empty() && std::less_equal<>()(own.data(), entry_) &&
-                         std::less<>()(entry_, own.data() + own.size());
-  if (!inArchive) {
-    ownEntry_ = std::make_unique<const ZipArchive::Entry>(entry);
-    entry_ = ownEntry_.get();
+ZipEntryFile::ZipEntryFile(std::shared_ptr<const ZipArchive> archive, ZipArchive::Entry entry,
+                           std::string_view logicalPath)
+    : archive_(std::move(archive)), entry_(std::move(entry)) {
+  // Wrapper folders removed leave a tail of the entry's own path: share its text.
+  const std::size_t start = entry_.path.size() - logicalPath.size();
+  if (entry_.path.ends_with(logicalPath) && start <= std::numeric_limits<std::uint32_t>::max()) {
+    logicalStart_ = static_cast<std::uint32_t>(start);
+  } else {
+    ownLogicalPath_ = std::make_unique<const std::string>(logicalPath);
   }
 }
 
+std::string_view ZipEntryFile::logicalPath() const {
+  if (ownLogicalPath_) return *ownLogicalPath_;
+  return std::string_view(entry_.path).substr(logicalStart_);
+}
+
 std::string ZipEntryFile::displayLocation() const {
-  return archive_->name() + " \u203A " + entry_->path;
+  return archive_->name() + " \u203A " + entry_.path;
 }
 
 std::int64_t ZipEntryFile::size() const {
   return static_cast<std::int64_t>(
-      std::min<std::uint64_t>(entry_->uncompressedSize, std::numeric_limits<std::int64_t>::max()));
+      std::min<std::uint64_t>(entry_.uncompressedSize, std::numeric_limits<std::int64_t>::max()));
 }
 
 Bytes ZipEntryFile::readAll() const {
   Bytes bytes;
-  bytes.reserve(static_cast<std::size_t>(std::min(entry_->uncompressedSize, kMaxReserve)));
-  archive_->extract(*entry_, true, [&](std::span<const std::uint8_t> chunk) {
+  bytes.reserve(static_cast<std::size_t>(std::min(entry_.uncompressedSize, kMaxReserve)));
+  archive_->extract(entry_, true, [&](std::span<const std::uint8_t> chunk) {
     bytes.insert(bytes.end(), chunk.begin(), chunk.end());
     return true;
   });
@@ -52,8 +57,8 @@ Bytes ZipEntryFile::readPrefix(std::size_t count) const {
   Bytes bytes;
   if (count == 0) return bytes;
   bytes.reserve(static_cast<std::size_t>(
-      std::min<std::uint64_t>({count, entry_->uncompressedSize, kMaxReserve})));
-  archive_->extract(*entry_, false, [&](std::span<const std::uint8_t> chunk) {
+      std::min<std::uint64_t>({count, entry_.uncompressedSize, kMaxReserve})));
+  archive_->extract(entry_, false, [&](std::span<const std::uint8_t> chunk) {
     const std::size_t take = std::min(chunk.size(), count - bytes.size());
     bytes.insert(bytes.end(), chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(take));
     return bytes.size() < count;
@@ -62,7 +67,7 @@ Bytes ZipEntryFile::readPrefix(std::size_t count) const {
 }
 
 void ZipEntryFile::stream(const ChunkSink& sink) const {
-  archive_->extract(*entry_, true, [&](std::span<const std::uint8_t> chunk) {
+  archive_->extract(entry_, true, [&](std::span<const std::uint8_t> chunk) {
     sink(chunk);
     return true;
   });
@@ -71,7 +76,7 @@ void ZipEntryFile::stream(const ChunkSink& sink) const {
 void ZipEntryFile::copy(const std::filesystem::path& to) const {
   // Bulk copies are redone by a new run, so they skip the flush to disk.
   AtomicFile file(to, {.durable = false});
-  archive_->extract(*entry_, true, [&](std::span<const std::uint8_t> chunk) {
+  archive_->extract(entry_, true, [&](std::span<const std::uint8_t> chunk) {
     file.write(chunk);
     return true;
   });

@@ -1,7 +1,10 @@
 #ifndef QUILLMERE_CORE_SOURCES_ZIP_ENTRY_FILE_H_
 #define QUILLMERE_CORE_SOURCES_ZIP_ENTRY_FILE_H_
 
+#include <cstdint>
 #include <memory>
+#include <string>
+#include <string_view>
 
 #include "core/sources/source_file.h"
 #include "core/sources/zip_archive.h"
@@ -12,17 +15,18 @@ namespace quillmere {
 // QuillmereError cases (corruptZip, unsupportedCompression, checksumMismatch).
 class ZipEntryFile final : public SourceFile {
  public:
-  // An entry of `archive`'s own directory is referred to, not copied: an export holds hundreds
-  // of thousands of them. Any other entry (such as a test's altered copy) is kept by value.
-  ZipEntryFile(std::shared_ptr<const ZipArchive> archive, const ZipArchive::Entry& entry,
-               std::string logicalPath);
+  // `entry` is a record of `archive`'s directory (possibly altered, as tests do). The logical
+  // path shares the entry's path text when it is a tail of it, as it nearly always is: an
+  // export holds hundreds of thousands of entries.
+  ZipEntryFile(std::shared_ptr<const ZipArchive> archive, ZipArchive::Entry entry,
+               std::string_view logicalPath);
 
   const ZipArchive& archive() const { return *archive_; }
-  const ZipArchive::Entry& entry() const { return *entry_; }
+  const ZipArchive::Entry& entry() const { return entry_; }
 
   // The zip's file name, " › ", then the entry's full path inside the zip.
   std::string displayLocation() const override;
-  const std::string& logicalPath() const override { return logicalPath_; }
+  std::string_view logicalPath() const override;
   std::int64_t size() const override;
   // Verifies the checksum. Content longer than the directory's uncompressed size is damage
   // (corruptZip), so a lying directory can't make this, stream() or copy() grow without bound.
@@ -36,9 +40,9 @@ class ZipEntryFile final : public SourceFile {
 
  private:
   std::shared_ptr<const ZipArchive> archive_;
-  std::unique_ptr<const ZipArchive::Entry> ownEntry_;  // only for an entry not in the archive
-  const ZipArchive::Entry* entry_;
-  std::string logicalPath_;
+  ZipArchive::Entry entry_;
+  std::unique_ptr<const std::string> ownLogicalPath_;  // null when it is a tail of entry_.path
+  std::uint32_t logicalStart_ = 0;
 };
 
 }  // namespace quillmere

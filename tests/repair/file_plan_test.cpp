@@ -38,9 +38,10 @@ OffsetIndex emptyIndex() {
 TEST(FilePlanTest, NotesComeInTheirOrder) {
   const ScopedEnvironment tz("TZ", "Asia/Tokyo");
   auto file = mediaFile();
-  file->sidecar = TakeoutSidecar{};
-  file->sidecar->photoTakenTime = kJuly4;
-  file->sidecar->trashed = true;
+  TakeoutSidecar trashed;
+  trashed.photoTakenTime = kJuly4;
+  trashed.trashed = true;
+  file->setSidecar(trashed);
   file->specialFolders = {"Trash", "Archive"};
   EmbeddedMetadata embedded;
   embedded.captureDate = CaptureDate::local("2019:07:04 09:07:00", std::nullopt);  // disagrees
@@ -88,9 +89,10 @@ TEST(FilePlanTest, GooglesPositionReplacesTheFilesOnlyWhenEditedFarAway) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     auto file = mediaFile();
-    file->sidecar = TakeoutSidecar{};
-    file->sidecar->geoData = c.geoData;
-    file->sidecar->geoDataExif = c.geoDataExif;
+    TakeoutSidecar sidecar;
+    sidecar.geoData = c.geoData;
+    sidecar.geoDataExif = c.geoDataExif;
+    file->setSidecar(sidecar);
     EmbeddedMetadata embedded;
     embedded.location = c.own;
     const FilePlan plan = RepairEngine::plan(*file, embedded, emptyIndex(), {});
@@ -105,9 +107,10 @@ TEST(FilePlanTest, GooglesPositionReplacesTheFilesOnlyWhenEditedFarAway) {
 
 TEST(FilePlanTest, CaptionKeywordsAndTheRowsStatus) {
   auto file = mediaFile();
-  file->sidecar = TakeoutSidecar{};
-  file->sidecar->photoTakenTime = kJuly4;
-  file->sidecar->description = "Harbour";
+  TakeoutSidecar sidecar;
+  sidecar.photoTakenTime = kJuly4;
+  sidecar.description = "Harbour";
+  file->setSidecar(sidecar);
   file->albums = {"Lisbon", "Trip", "lisbon"};
   EmbeddedMetadata embedded;
   embedded.captureDate = CaptureDate::local("2019:07:04 15:30:00", 7200);  // agrees
@@ -143,7 +146,8 @@ TEST(FilePlanTest, CaptionKeywordsAndTheRowsStatus) {
   EXPECT_EQ(plan.row(unit, *file, "x").status, RepairRow::Status::fixed);
 
   // No date anywhere: couldn't fix, though the caption is still written.
-  file->sidecar->photoTakenTime.reset();
+  sidecar.photoTakenTime.reset();
+  file->setSidecar(sidecar);
   plan = RepairEngine::plan(*file, std::nullopt, emptyIndex(), {});
   row = plan.row(unit, *file, "Photos/Undated/IMG_1.JPG");
   EXPECT_EQ(row.status, RepairRow::Status::couldntFix);
@@ -172,20 +176,25 @@ TEST(FilePlanTest, DescribeWritesTheFilesOwnDate) {
 TEST(FilePlanTest, TheOffsetIndexLearnsFromEveryFile) {
   ScanResult scan({});
   auto own = mediaFile();  // its own offset
-  own->embedded = EmbeddedMetadata{};
-  own->embedded->captureDate = CaptureDate::local("2019:07:04 15:30:00", 7200);
+  EmbeddedMetadata ownDate;
+  ownDate.captureDate = CaptureDate::local("2019:07:04 15:30:00", 7200);
+  own->setEmbedded(ownDate);
   auto placed = mediaFile();  // Google's instant and a place in Tokyo
-  placed->sidecar = TakeoutSidecar{};
-  placed->sidecar->photoTakenTime = kJuly4 + 86400;
-  placed->sidecar->geoDataExif = TakeoutSidecar::Geo{35.68, 139.69, 0};
+  TakeoutSidecar inTokyo;
+  inTokyo.photoTakenTime = kJuly4 + 86400;
+  inTokyo.geoDataExif = TakeoutSidecar::Geo{35.68, 139.69, 0};
+  placed->setSidecar(inTokyo);
   auto derived = mediaFile();  // a bare wall clock anchored by Google's instant
-  derived->embedded = EmbeddedMetadata{};
-  derived->embedded->captureDate = CaptureDate::local("2019:07:01 10:00:00", std::nullopt);
-  derived->sidecar = TakeoutSidecar{};
-  derived->sidecar->photoTakenTime = 1561975200 - 3 * 3600;
+  EmbeddedMetadata wallClock;
+  wallClock.captureDate = CaptureDate::local("2019:07:01 10:00:00", std::nullopt);
+  derived->setEmbedded(wallClock);
+  TakeoutSidecar anchor;
+  anchor.photoTakenTime = 1561975200 - 3 * 3600;
+  derived->setSidecar(anchor);
   auto nothing = mediaFile();
-  nothing->sidecar = TakeoutSidecar{};
-  nothing->sidecar->photoTakenTime = kJuly4;
+  TakeoutSidecar july4;
+  july4.photoTakenTime = kJuly4;
+  nothing->setSidecar(july4);
   scan.files = {own, placed, derived, nothing};
   const OffsetIndex index = buildOffsetIndex(scan);
   EXPECT_EQ(index.samples,

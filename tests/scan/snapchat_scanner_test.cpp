@@ -92,7 +92,7 @@ TEST(SnapchatScanTest, MatchesByIdentifierThenDayShiftedZeroMinusOnePlusOneThenO
     const MediaFile& file = *result->files[i];
     EXPECT_EQ(file.outputName, output);
     EXPECT_EQ(file.matchNote, note) << output;
-    EXPECT_EQ(file.sidecar ? file.sidecar->photoTakenTime : std::nullopt,
+    EXPECT_EQ(file.sidecar() ? file.sidecar()->photoTakenTime : std::nullopt,
               taken ? std::optional(ISODate::parse(*taken)->date) : std::nullopt)
         << output;
   }

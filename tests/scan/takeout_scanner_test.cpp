@@ -239,12 +239,12 @@ TEST_F(TakeoutScanTest, SurvivesHostileInputAndReadsJsonJustUnderFiveMillionByte
       .text(f + "\xff\xfe broken name.jpg", "bytes that are not UTF-8");
   std::filesystem::create_directories(dir_ / "export/Takeout/Google Photos/Empty");
   const ScanResultPtr result = scanFolder(tree);
-  EXPECT_TRUE(byName(*result, "a.jpg").sidecar.has_value());
-  EXPECT_FALSE(byName(*result, "b.jpg").sidecar.has_value());
+  EXPECT_TRUE(byName(*result, "a.jpg").sidecar().has_value());
+  EXPECT_FALSE(byName(*result, "b.jpg").sidecar().has_value());
   EXPECT_EQ(result->summary.unreadableJSON, 4);
   EXPECT_EQ(result->summary.mediaFiles, 5);
-  EXPECT_TRUE(byName(*result, "\u5199\u771f.jpg").sidecar.has_value());
-  EXPECT_FALSE(byName(*result, "not-a-photo.jpg").embedded.has_value());
+  EXPECT_TRUE(byName(*result, "\u5199\u771f.jpg").sidecar().has_value());
+  EXPECT_FALSE(byName(*result, "not-a-photo.jpg").embedded().has_value());
 }
 
 }  // namespace

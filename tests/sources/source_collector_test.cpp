@@ -28,7 +28,10 @@ void writeText(const fs::path& path, std::string_view text) {
 // The logical paths collected from `inputs`, in order.
 std::string logicalPaths(const std::vector<fs::path>& inputs) {
   std::string paths;
-  for (const auto& file : SourceCollector::collect(inputs)) paths += file->logicalPath() + "; ";
+  for (const auto& file : SourceCollector::collect(inputs)) {
+    paths += file->logicalPath();
+    paths += "; ";
+  }
   return paths;
 }
 
@@ -141,7 +144,7 @@ TEST(SourceCollectorTest, NamesFromAZipCannotEscapeAFolderBuiltFromThem) {
   fs::create_directory(out);
   for (const SourceFilePtr& file : SourceCollector::collect({dir / "names.zip"})) {
     SCOPED_TRACE(file->logicalPath());
-    got.push_back(file->logicalPath());
+    got.emplace_back(file->logicalPath());
     // Whatever a name was, joining it to a folder stays in that folder.
     EXPECT_EQ((out / file->fileName()).lexically_normal().parent_path(), out);
     const fs::path joined = (out / file->logicalPath()).lexically_normal();
