@@ -101,10 +101,10 @@ std::optional<std::string> match(std::string_view mediaName,
 std::optional<std::string> match(std::string_view mediaName, std::span<const Candidate> candidates);
 
 // The JSON names of one folder, taken apart once and sorted by folded stem, so that each media
-// file looks up only the few names its rules can relate it to instead of scoring them all: a
-// folder of n names costs O(log n) per media file rather than O(n). Answers exactly as
-// match(mediaName, jsonNames) does, ties included. Immutable once built; safe to share between
-// threads.
+// file looks up, by binary search, only the few names its rules can relate it to instead of
+// scoring them all; a big folder no longer costs time growing with the square of its size.
+// Answers exactly as match(mediaName, jsonNames) does, ties included. Immutable once built;
+// safe to share between threads.
 class FolderIndex {
  public:
   // One JSON name, as sorted: by folded stem, then marker number, then position in the folder.
