@@ -1,6 +1,8 @@
 #include "core/scan/sidecar_matcher.h"
 
+#include <algorithm>
 #include <charconv>
+#include <tuple>
 
 #include "core/sources/media_kind.h"
 #include "core/sources/unicode_text.h"
@@ -141,6 +143,71 @@ std::optional<std::size_t> bestIndex(std::span<const FoldedBase> bases,
   return best.index();
 }
 
+using IndexEntries = std::span<const FolderIndex::Entry>;
+
+// Keeps the highest score, and of equal scores the earliest name of the folder, wherever the
+// lookups find them.
+struct EarliestBest {
+  int score = 0;
+  std::optional<std::size_t> position;
+
+  void offer(int candidateScore, std::size_t candidatePosition) {
+    if (candidateScore > score ||
+        (candidateScore > 0 && candidateScore == score && candidatePosition < *position)) {
+      score = candidateScore;
+      position = candidatePosition;
+    }
+  }
+};
+
+// The entries (sorted) whose stems begin with `prefix`, bytewise.
+IndexEntries entriesBeginningWith(IndexEntries entries, std::string_view prefix) {
+  const auto head = [prefix](const FolderIndex::Entry& entry) {
+    return std::string_view(entry.foldedStem).substr(0, prefix.size());
+  };
+  const auto first = std::partition_point(entries.begin(), entries.end(),
+                                          [&](const auto& entry) { return head(entry) < prefix; });
+  const auto last = std::partition_point(first, entries.end(),
+                                         [&](const auto& entry) { return head(entry) == prefix; });
+  return {first, last};
+}
+
+// Scores the first entry with marker `n` whose stem is a beginning of `text`, for each length
+// from `from` bytes to all of `text`. Each step searches only among the stems that began with
+// the shorter beginning, and the walk ends when none is left.
+void offerBeginnings(IndexEntries entries, const FoldedBase& base, std::string_view text,
+                     std::size_t from, std::optional<std::int64_t> n, EarliestBest& best) {
+  for (std::size_t length = from; length <= text.size(); ++length) {
+    entries = entriesBeginningWith(entries, text.substr(0, length));
+    if (entries.empty()) return;
+    // Stems of exactly this length sort first, by marker and then position.
+    const auto found = std::partition_point(entries.begin(), entries.end(), [&](const auto& entry) {
+      return entry.foldedStem.size() == length && entry.n < n;
+    });
+    if (found != entries.end() && found->foldedStem.size() == length && found->n == n) {
+      best.offer(ruleScore(base, found->foldedStem), found->position);
+    }
+  }
+}
+
+// Every rule relates the stem and the base by a beginning: the stem is the base followed by a
+// beginning of ".supplemental-metadata" (100, 90), the base (80), the base without extension
+// (70), or a beginning of the base of at least 40 bytes (60). Those are the only stems looked
+// up; ruleScore() still decides.
+std::optional<std::size_t> bestIndex(std::span<const FoldedBase> bases,
+                                     std::optional<std::int64_t> n, IndexEntries entries) {
+  EarliestBest best;
+  for (const FoldedBase& base : bases) {
+    const std::string& text = base.text;
+    if (text.empty()) continue;
+    offerBeginnings(entries, base, text + std::string(kSupplemental), text.size() + 1, n, best);
+    offerBeginnings(entries, base, text, std::min(text.size(), kMinimumCutStem), n, best);
+    const std::string& shorter = base.withoutExtension;
+    if (!shorter.empty()) offerBeginnings(entries, base, shorter, shorter.size(), n, best);
+  }
+  return best.position;
+}
+
 std::string joinBase(std::string_view stem, std::string_view ext) {
   std::string base(stem);
   if (!ext.empty()) {
@@ -248,6 +315,23 @@ std::optional<std::string> match(std::string_view mediaName,
   const auto found = matchIndex(mediaName, candidates);
   if (!found) return std::nullopt;
   return candidates[*found].name;
+}
+
+FolderIndex::FolderIndex(std::vector<std::string> jsonNames) : names_(std::move(jsonNames)) {
+  entries_.reserve(names_.size());
+  for (std::size_t i = 0; i < names_.size(); ++i) {
+    const StrippedMarker split = splitJSONName(names_[i]);
+    entries_.push_back({UnicodeText::lowercased(split.text), split.n, i});
+  }
+  std::sort(entries_.begin(), entries_.end(), [](const Entry& a, const Entry& b) {
+    return std::tie(a.foldedStem, a.n, a.position) < std::tie(b.foldedStem, b.n, b.position);
+  });
+}
+
+std::optional<std::string> FolderIndex::match(std::string_view mediaName) const {
+  const auto found = matchIndex(mediaName, IndexEntries(entries_));
+  if (!found) return std::nullopt;
+  return names_[*found];
 }
 
 }  // namespace quillmere::SidecarMatcher

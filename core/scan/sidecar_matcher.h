@@ -2,6 +2,7 @@
 #define QUILLMERE_CORE_SCAN_SIDECAR_MATCHER_H_
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -98,6 +99,32 @@ std::optional<std::string> match(std::string_view mediaName,
 // The same with the names of a folder taken apart once, for matching many media files against
 // one folder.
 std::optional<std::string> match(std::string_view mediaName, std::span<const Candidate> candidates);
+
+// The JSON names of one folder, taken apart once and sorted by folded stem, so that each media
+// file looks up, by binary search, only the few names its rules can relate it to instead of
+// scoring them all; a big folder no longer costs time growing with the square of its size.
+// Answers exactly as match(mediaName, jsonNames) does, ties included. Immutable once built;
+// safe to share between threads.
+class FolderIndex {
+ public:
+  // One JSON name, as sorted: by folded stem, then marker number, then position in the folder.
+  struct Entry {
+    std::string foldedStem;         // as Candidate::foldedStem
+    std::optional<std::int64_t> n;  // the duplicate marker's number
+    std::size_t position;           // index of the name in the folder's list
+
+    bool operator==(const Entry&) const = default;
+  };
+
+  explicit FolderIndex(std::vector<std::string> jsonNames);
+
+  // The JSON file of `mediaName`: one of the folder's names exactly as given, or nullopt.
+  std::optional<std::string> match(std::string_view mediaName) const;
+
+ private:
+  std::vector<std::string> names_;
+  std::vector<Entry> entries_;
+};
 
 }  // namespace SidecarMatcher
 }  // namespace quillmere

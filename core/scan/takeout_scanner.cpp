@@ -125,9 +125,9 @@ void matchFolder(const std::string& folder, Tables& tables, ScanResult& result,
       folder, info == tables.albumInfo.end() ? std::nullopt : std::optional(info->second));
   std::map<std::string, PackedRecord>& sidecars = tables.sidecars[folder];
   std::vector<std::string> jsonNames;
+  jsonNames.reserve(sidecars.size());
   for (const auto& [name, sidecar] : sidecars) jsonNames.push_back(name);
-  const std::vector<SidecarMatcher::Candidate> candidates = SidecarMatcher::candidates(jsonNames);
-  jsonNames = {};
+  const SidecarMatcher::FolderIndex sidecarIndex(std::move(jsonNames));
   std::set<std::string> used;
 
   // Each folder is matched once, so its lists go as soon as it is done; that keeps the parsed
@@ -140,7 +140,7 @@ void matchFolder(const std::string& folder, Tables& tables, ScanResult& result,
   for (const SourceFilePtr& file : media) {
     if (++matched % 200 == 0) report(progress, ScanPhase::matching, matched, total);
     const std::string name = file->fileName();
-    const std::optional<std::string> json = SidecarMatcher::match(name, candidates);
+    const std::optional<std::string> json = sidecarIndex.match(name);
     if (json) used.insert(*json);
     const std::string lowerName = UnicodeText::lowercased(name);
     std::vector<MediaFile*>& sameKey = tables.mediaByIdentity[std::hash<std::string>()(

@@ -1,6 +1,7 @@
 // Splits the input at "/" (which no file name holds) into a media name and the JSON names of
 // its folder, and matches them: no crash, the answer is one of the names as given, and taking
-// the names apart once per folder gives the same answer as taking them apart on every call.
+// the names apart once per folder, or indexing them, gives the same answer as taking them apart
+// on every call.
 #include <algorithm>
 #include <cstdlib>
 
@@ -30,5 +31,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto found = SidecarMatcher::match(media, jsonNames);
   check(!found || std::find(jsonNames.begin(), jsonNames.end(), *found) != jsonNames.end());
   check(SidecarMatcher::match(media, SidecarMatcher::candidates(jsonNames)) == found);
+  check(SidecarMatcher::FolderIndex(jsonNames).match(media) == found);
   return 0;
 }
