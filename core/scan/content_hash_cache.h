@@ -21,8 +21,8 @@ using Sha256Digest = std::array<std::uint8_t, 32>;
 // the oldest beyond that; a forgotten digest is simply computed again.
 class ContentHashCache {
  public:
-  // The copies compared within one folder pass are seen close together, so a few thousand
-  // digests serve a scan; the bound keeps a huge export's scan from growing with it.
+  // Bounded so that a huge export's scan does not grow with it. A forgotten digest is only
+  // read again when a photo has copies in albums matched far apart.
   explicit ContentHashCache(std::size_t capacity = 20'000) : capacity_(capacity) {}
   ContentHashCache(const ContentHashCache&) = delete;
   ContentHashCache& operator=(const ContentHashCache&) = delete;
