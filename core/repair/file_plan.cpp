@@ -19,8 +19,7 @@ GeoPoint pointOf(const TakeoutSidecar::Geo& geo, bool withAltitude) {
   return point;
 }
 
-std::optional<double> takeoutInstant(const MediaFile& file) {
-  const std::optional<TakeoutSidecar> sidecar = file.sidecar();
+std::optional<double> takeoutInstant(const std::optional<TakeoutSidecar>& sidecar) {
   return sidecar ? sidecar->photoTakenTime : std::nullopt;
 }
 
@@ -49,6 +48,19 @@ void planPosition(const TakeoutSidecar& sidecar, const std::optional<EmbeddedMet
     plan.notes.emplace_back("Location edited in Google Photos replaced the file's");
     plan.locationWritten = true;
   }
+}
+
+// bestLocation() for callers that hold the unpacked sidecar already.
+std::optional<GeoPoint> placeOf(const std::optional<TakeoutSidecar>& sidecar,
+                                const std::optional<EmbeddedMetadata>& embedded) {
+  if (sidecar && sidecar->geoData && sidecar->geoData->isSet()) {
+    return pointOf(*sidecar->geoData, false);
+  }
+  if (embedded && embedded->location) return embedded->location;
+  if (sidecar && sidecar->geoDataExif && sidecar->geoDataExif->isSet()) {
+    return pointOf(*sidecar->geoDataExif, false);
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -83,15 +95,7 @@ RepairRow FilePlan::row(const MediaUnit& unit, const MediaFile& file,
 
 std::optional<GeoPoint> bestLocation(const MediaFile& file,
                                      const std::optional<EmbeddedMetadata>& embedded) {
-  const std::optional<TakeoutSidecar> sidecar = file.sidecar();
-  if (sidecar && sidecar->geoData && sidecar->geoData->isSet()) {
-    return pointOf(*sidecar->geoData, false);
-  }
-  if (embedded && embedded->location) return embedded->location;
-  if (sidecar && sidecar->geoDataExif && sidecar->geoDataExif->isSet()) {
-    return pointOf(*sidecar->geoDataExif, false);
-  }
-  return std::nullopt;
+  return placeOf(file.sidecar(), embedded);
 }
 
 std::string describe(const std::optional<EmbeddedMetadata::CaptureDate>& date) {
@@ -109,7 +113,8 @@ OffsetIndex buildOffsetIndex(const ScanResult& scan) {
   OffsetIndex index;
   const TimeZoneMap* map = TimeZoneMap::shared();
   for (const MediaFilePtr& file : scan.files) {
-    const std::optional<double> takeout = takeoutInstant(*file);
+    const std::optional<TakeoutSidecar> sidecar = file->sidecar();
+    const std::optional<double> takeout = takeoutInstant(sidecar);
     const std::optional<EmbeddedMetadata> embedded = file->embedded();
     const auto captureDate = embedded ? embedded->captureDate : std::nullopt;
     const auto resolved = DatePlanner::resolveEmbedded(captureDate, takeout);
@@ -118,7 +123,7 @@ OffsetIndex buildOffsetIndex(const ScanResult& scan) {
       continue;
     }
     if (!takeout || map == nullptr) continue;
-    const auto position = bestLocation(*file, embedded);
+    const auto position = placeOf(sidecar, embedded);
     if (!position) continue;
     if (const auto zone = map->timeZone(position->latitude, position->longitude)) {
       index.add(*takeout, zone->offsetSeconds(*takeout));
@@ -140,8 +145,8 @@ FilePlan plan(const MediaFile& file, const std::optional<EmbeddedMetadata>& embe
   if (file.matchNote) plan.notes.push_back(*file.matchNote);
 
   const auto captureDate = embedded ? embedded->captureDate : std::nullopt;
-  plan.location = bestLocation(file, embedded);
-  plan.date = DatePlanner::decide(captureDate, takeoutInstant(file), plan.location, offsets);
+  plan.location = placeOf(sidecar, embedded);
+  plan.date = DatePlanner::decide(captureDate, takeoutInstant(sidecar), plan.location, offsets);
   if (plan.date.note) plan.notes.push_back(*plan.date.note);
   if (plan.date.write) {
     plan.patch.dateUTC = plan.date.utc;

@@ -43,6 +43,9 @@ class MediaFile {
   // it to a local before taking references into it.
   std::optional<TakeoutSidecar> sidecar() const;
   void setSidecar(const std::optional<TakeoutSidecar>& value);
+  // Takes a copy of `packed`, which TakeoutSidecar::pack() made; spares unpacking to repack.
+  void setPackedSidecar(const PackedRecord& packed) { sidecar_ = PackedRecord(packed.bytes()); }
+  bool hasSidecar() const { return !sidecar_.empty(); }
   // What the file itself carries; packed and copied out like sidecar().
   std::optional<EmbeddedMetadata> embedded() const;
   void setEmbedded(const std::optional<EmbeddedMetadata>& value);

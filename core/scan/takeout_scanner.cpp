@@ -148,15 +148,15 @@ void matchFolder(const std::string& folder, Tables& tables, ScanResult& result,
     MediaFile* target = sameContent(sameKey, *file, lowerName);
     if (target) {
       target->duplicates.push_back(file);
-      if (json && !target->sidecar()) {
-        target->setSidecar(TakeoutSidecar::unpack(sidecars.at(*json)));
+      if (json && !target->hasSidecar()) {
+        target->setPackedSidecar(sidecars.at(*json));
         target->sidecarName = json;
       }
     } else {
       auto made = std::make_shared<MediaFile>(static_cast<int>(result.files.size()), file,
                                               mediaKindOf(name));
       if (json) {
-        made->setSidecar(TakeoutSidecar::unpack(sidecars.at(*json)));
+        made->setPackedSidecar(sidecars.at(*json));
         made->sidecarName = json;
       }
       target = made.get();
