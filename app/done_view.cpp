@@ -88,7 +88,8 @@ DoneView::DoneView(RepairModel& model, RepairResultPtr result, QWidget* parent)
                      TextStyle::title2);
   title->setObjectName(QStringLiteral("doneTitle"));
   column->addWidget(title);
-  QLabel* output = makeLabel(toQString(result_->outputFolder()), TextStyle::body, 1, content);
+  QLabel* output = makeLabel(displayPath(result_->outputFolder()), TextStyle::body, 1, content);
+  output->setToolTip(toQString(result_->outputFolder()));
   output->setObjectName(QStringLiteral("outputFolder"));
   output->setTextInteractionFlags(Qt::TextSelectableByMouse);
   column->addWidget(output);

@@ -1,6 +1,7 @@
 #ifndef QUILLMERE_APP_PATH_TEXT_H_
 #define QUILLMERE_APP_PATH_TEXT_H_
 
+#include <QDir>
 #include <QFile>
 #include <QString>
 #include <filesystem>
@@ -15,6 +16,16 @@ inline std::filesystem::path toPath(const QString& text) {
 
 inline QString toQString(const std::filesystem::path& path) {
   return QFile::decodeName(QByteArray::fromStdString(path.native()));
+}
+
+// A path as shown to a person: inside the home folder as "~/…", as file managers write it.
+inline QString displayPath(const std::filesystem::path& path) {
+  const QString text = toQString(path);
+  const QString home = QDir::homePath();
+  if (home.isEmpty() || home == QDir::rootPath() || !text.startsWith(home + QLatin1Char('/'))) {
+    return text;
+  }
+  return QStringLiteral("~") + text.mid(home.size());
 }
 
 }  // namespace quillmere

@@ -81,9 +81,8 @@ void ScanSummaryView::refreshDestination() {
   chooseDestination_->setVisible(!destination.has_value());
   repair_->setEnabled(destination.has_value());
   if (destination) {
-    const QString path = toQString(*destination);
-    destinationPath_->setToolTip(path);
-    destinationPath_->setText(path);
+    destinationPath_->setToolTip(toQString(*destination));
+    destinationPath_->setText(displayPath(*destination));
   }
 }
 

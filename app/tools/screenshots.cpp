@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QFile>
 #include <QMessageBox>
 #include <QPalette>
 #include <QStyle>
@@ -15,6 +16,7 @@
 
 #include "app/done_view.h"
 #include "app/main_window.h"
+#include "app/path_text.h"
 #include "app/repair_model.h"
 #include "app/repair_view.h"
 #include "tests/support/temp_dir.h"
@@ -144,7 +146,10 @@ int shootTheme(const QDir& folder, const QString& theme) {
     return 1;
   }
   shoot.take(window, QStringLiteral("03-scan-summary"));
-  model.setDestination(output.path());
+  // Shown as a person would see a folder of their own, not as a scratch folder.
+  qputenv("HOME", QFile::encodeName(toQString(output.path())));
+  std::filesystem::create_directory(output.path() / "Pictures");
+  model.setDestination(output.path() / "Pictures");
   shoot.take(window, QStringLiteral("04-scan-summary-destination"));
   shoot.takeLarge(window, QStringLiteral("04-scan-summary-destination"));
   window.setMode(MainWindow::Mode::verify);

@@ -8,6 +8,7 @@
 #include "app/done_view.h"
 #include "app/drop_zone.h"
 #include "app/main_window.h"
+#include "app/path_text.h"
 #include "app/repair_model.h"
 #include "app/repair_view.h"
 #include "app/scan_summary_view.h"
@@ -252,6 +253,29 @@ class ViewsTest : public QObject {
     const qsizetype place =
         shown.indexOf(QRegularExpression(QStringLiteral(".* no place in the file")));
     QVERIFY(date >= 0 && place > date);
+  }
+
+  void displayPathShortensTheHomeFolder_data() {
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("shown");
+    QTest::newRow("inside") << "/home/ana/Pictures/Fixed"
+                            << "~/Pictures/Fixed";
+    QTest::newRow("the home folder itself") << "/home/ana"
+                                            << "/home/ana";
+    QTest::newRow("a sibling sharing its beginning") << "/home/anabel/x"
+                                                     << "/home/anabel/x";
+    QTest::newRow("elsewhere") << "/mnt/photos"
+                               << "/mnt/photos";
+  }
+
+  void displayPathShortensTheHomeFolder() {
+    QFETCH(QString, path);
+    QFETCH(QString, shown);
+    const QByteArray home = qgetenv("HOME");
+    qputenv("HOME", "/home/ana");
+    const QString got = displayPath(toPath(path));
+    qputenv("HOME", home);
+    QCOMPARE(got, shown);
   }
 
   void destinationEnablesTheRepair() {
