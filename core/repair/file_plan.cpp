@@ -137,12 +137,13 @@ FilePlan plan(const MediaFile& file, const std::optional<EmbeddedMetadata>& embe
               const OffsetIndex& offsets, const RepairOptions& options) {
   FilePlan plan;
   const std::optional<TakeoutSidecar> sidecar = file.sidecar();
+  const std::optional<std::string> matchNote = file.matchNote();
   if (!sidecar) {
-    plan.notes.emplace_back(!file.overlay && !file.matchNote
+    plan.notes.emplace_back(!file.overlay && !matchNote
                                 ? "No Google metadata file found for this item"
                                 : "No export metadata for this item");
   }
-  if (file.matchNote) plan.notes.push_back(*file.matchNote);
+  if (matchNote) plan.notes.push_back(*matchNote);
 
   const auto captureDate = embedded ? embedded->captureDate : std::nullopt;
   plan.location = placeOf(sidecar, embedded);
@@ -172,8 +173,8 @@ FilePlan plan(const MediaFile& file, const std::optional<EmbeddedMetadata>& embe
       }
     }
   }
-  if (!file.specialFolders.empty()) {
-    plan.notes.push_back("Was in: " + joined(file.specialFolders, ", "));
+  if (const std::vector<std::string> folders = file.specialFolders(); !folders.empty()) {
+    plan.notes.push_back("Was in: " + joined(folders, ", "));
   }
   if (sidecar && sidecar->trashed) plan.notes.emplace_back("Marked as in trash by Google");
   plan.before = describe(captureDate);

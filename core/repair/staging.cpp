@@ -88,7 +88,7 @@ Staged stage(const MediaFilePtr& file, const std::filesystem::path& work,
   Staged staged;
   staged.file = file;
   staged.temp = work / (id + "." + extensionOf(file->source->fileName()));
-  staged.name = file->outputName;
+  staged.name = file->outputName();
   std::optional<std::filesystem::path> composite;
   try {
     if (!file->overlay && file->kind == MediaKind::photo &&
@@ -106,7 +106,7 @@ Staged stage(const MediaFilePtr& file, const std::filesystem::path& work,
             OverlayCompositor::composite(staged.temp, *staged.overlayTemp, *composite);
         staged.original = staged.temp;
         staged.temp = *composite;
-        staged.name = splitName(file->outputName).stem + ".jpg";
+        staged.name = splitName(file->outputName()).stem + ".jpg";
       }
     }
   } catch (...) {

@@ -88,4 +88,64 @@ void MediaFile::setEmbedded(const std::optional<EmbeddedMetadata>& value) {
   embedded_ = out.finish();
 }
 
+MediaFile::Extras MediaFile::extras() const {
+  if (extras_.empty()) return {};
+  PackedReader in(extras_);
+  Extras value;
+  value.sidecarName = in.optionalText();
+  value.specialFolders = in.texts();
+  value.matchNote = in.optionalText();
+  value.outputName = in.optionalText();
+  return value;
+}
+
+void MediaFile::setExtras(const Extras& value) {
+  if (!value.sidecarName && value.specialFolders.empty() && !value.matchNote && !value.outputName) {
+    extras_ = {};
+    return;
+  }
+  PackedWriter out;
+  out.putOptionalText(value.sidecarName);
+  out.putTexts(value.specialFolders);
+  out.putOptionalText(value.matchNote);
+  out.putOptionalText(value.outputName);
+  extras_ = out.finish();
+}
+
+std::optional<std::string> MediaFile::sidecarName() const { return extras().sidecarName; }
+
+void MediaFile::setSidecarName(const std::optional<std::string>& name) {
+  Extras value = extras();
+  value.sidecarName = name;
+  setExtras(value);
+}
+
+std::vector<std::string> MediaFile::specialFolders() const { return extras().specialFolders; }
+
+void MediaFile::setSpecialFolders(const std::vector<std::string>& folders) {
+  Extras value = extras();
+  value.specialFolders = folders;
+  setExtras(value);
+}
+
+std::optional<std::string> MediaFile::matchNote() const { return extras().matchNote; }
+
+void MediaFile::setMatchNote(const std::optional<std::string>& note) {
+  Extras value = extras();
+  value.matchNote = note;
+  setExtras(value);
+}
+
+std::string MediaFile::outputName() const {
+  std::optional<std::string> name = extras().outputName;
+  return name ? std::move(*name) : fileName();
+}
+
+void MediaFile::setOutputName(const std::string& name) {
+  Extras value = extras();
+  // The file's own name is the default, so it takes no room.
+  value.outputName = name == fileName() ? std::nullopt : std::optional(name);
+  setExtras(value);
+}
+
 }  // namespace quillmere

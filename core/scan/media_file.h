@@ -20,7 +20,7 @@ namespace quillmere {
 class MediaFile {
  public:
   MediaFile(int id, SourceFilePtr source, MediaKind kind)
-      : id(id), source(std::move(source)), kind(kind), outputName(this->source->fileName()) {}
+      : id(id), source(std::move(source)), kind(kind) {}
   MediaFile(const MediaFile&) = delete;
   MediaFile& operator=(const MediaFile&) = delete;
 
@@ -29,14 +29,25 @@ class MediaFile {
   const MediaKind kind;
 
   std::vector<SourceFilePtr> duplicates;  // further copies of the same content, in order found
-  std::optional<std::string> sidecarName;
-  std::vector<std::string> albums;          // no repeats, in the order first seen
-  std::vector<std::string> specialFolders;  // trash, archive, …; no repeats
-  SourceFilePtr overlay;                    // Snapchat caption/sticker image; null when none
-  std::string outputName;                   // the name the repaired copy should get
-  std::optional<std::string> matchNote;     // Snapchat: how the file met the history
+  std::vector<std::string> albums;        // no repeats, in the order first seen
+  SourceFilePtr overlay;                  // Snapchat caption/sticker image; null when none
 
   std::string fileName() const { return source->fileName(); }
+
+  // The texts below are seldom read and mostly absent, so they share one packed record; each
+  // getter returns a copy and each setter repacks them all.
+  // The name of the metadata file matched to this one.
+  std::optional<std::string> sidecarName() const;
+  void setSidecarName(const std::optional<std::string>& name);
+  // Trash, archive, …: no repeats, in the order first seen.
+  std::vector<std::string> specialFolders() const;
+  void setSpecialFolders(const std::vector<std::string>& folders);
+  // Snapchat: how the file met the history.
+  std::optional<std::string> matchNote() const;
+  void setMatchNote(const std::optional<std::string>& note);
+  // The name the repaired copy should get: the file's own name unless set otherwise.
+  std::string outputName() const;
+  void setOutputName(const std::string& name);
 
   // The service's metadata for this file. A Takeout scan keeps what the repair reads: the
   // title, link and people are left out. Kept packed, so each call returns a fresh copy: bind
@@ -53,6 +64,16 @@ class MediaFile {
  private:
   PackedRecord sidecar_;   // empty when there is none; packed values never are
   PackedRecord embedded_;  // likewise
+
+  struct Extras {
+    std::optional<std::string> sidecarName;
+    std::vector<std::string> specialFolders;
+    std::optional<std::string> matchNote;
+    std::optional<std::string> outputName;
+  };
+  Extras extras() const;
+  void setExtras(const Extras& value);
+  PackedRecord extras_;  // empty when every field of Extras is absent
 };
 
 using MediaFilePtr = std::shared_ptr<MediaFile>;

@@ -12,9 +12,17 @@ PackedRecord::PackedRecord(std::span<const std::uint8_t> bytes) {
     throw std::length_error("packed record over 4 GiB");
   }
   if (bytes.empty()) return;
-  data_ = std::make_unique_for_overwrite<std::uint8_t[]>(bytes.size());
-  std::copy(bytes.begin(), bytes.end(), data_.get());
-  size_ = static_cast<std::uint32_t>(bytes.size());
+  const auto size = static_cast<std::uint32_t>(bytes.size());
+  data_ = std::make_unique_for_overwrite<std::uint8_t[]>(sizeof size + bytes.size());
+  std::memcpy(data_.get(), &size, sizeof size);
+  std::copy(bytes.begin(), bytes.end(), data_.get() + sizeof size);
+}
+
+std::span<const std::uint8_t> PackedRecord::bytes() const {
+  if (!data_) return {};
+  std::uint32_t size = 0;
+  std::memcpy(&size, data_.get(), sizeof size);
+  return {data_.get() + sizeof size, size};
 }
 
 void PackedWriter::putDouble(double value) {

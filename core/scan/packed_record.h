@@ -22,12 +22,12 @@ class PackedRecord {
   PackedRecord(PackedRecord&&) noexcept = default;
   PackedRecord& operator=(PackedRecord&&) noexcept = default;
 
-  bool empty() const { return size_ == 0; }
-  std::span<const std::uint8_t> bytes() const { return {data_.get(), size_}; }
+  bool empty() const { return data_ == nullptr; }
+  std::span<const std::uint8_t> bytes() const;
 
  private:
-  std::unique_ptr<std::uint8_t[]> data_;
-  std::uint32_t size_ = 0;
+  // The size, then the bytes: one pointer per record, as a file holds several.
+  std::unique_ptr<std::uint8_t[]> data_;  // null when empty
 };
 
 // Appends fields. Texts and counts are length-prefixed, so any value reads back whole.

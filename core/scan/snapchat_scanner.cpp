@@ -40,7 +40,7 @@ void giveEntry(MediaFile& file, Entry& entry) {
     sidecar.geoData = TakeoutSidecar::Geo{entry.location->latitude, entry.location->longitude, 0};
   }
   file.setSidecar(sidecar);
-  file.sidecarName = std::string(historyFileName);
+  file.setSidecarName(std::string(historyFileName));
 }
 
 // Pass 1: identifiers in the stem that name an entry.
@@ -96,10 +96,10 @@ std::vector<std::size_t> matchByDay(int shift, const std::vector<std::size_t>& p
       matched.insert(group[n]);
       if (single) {
         ++counts.byDate;
-        if (shift != 0) file.matchNote = kNoteByDate;
+        if (shift != 0) file.setMatchNote(std::string(kNoteByDate));
       } else {
         ++counts.byOrder;
-        file.matchNote = kNoteByOrder;
+        file.setMatchNote(std::string(kNoteByOrder));
       }
     }
   }
@@ -115,7 +115,7 @@ void dateLeftovers(const std::vector<std::size_t>& pending, const std::vector<It
   for (std::size_t i : pending) {
     MediaFile& file = *files[i];
     if (!items[i].day) {
-      file.matchNote = kNoteNoDate;
+      file.setMatchNote(std::string(kNoteNoDate));
       continue;
     }
     TakeoutSidecar sidecar;
@@ -124,7 +124,7 @@ void dateLeftovers(const std::vector<std::size_t>& pending, const std::vector<It
       sidecar.photoTakenTime = midday->date;
     }
     file.setSidecar(sidecar);
-    file.matchNote = kNoteDayOnly;
+    file.setMatchNote(std::string(kNoteDayOnly));
     ++counts.dayOnly;
   }
 }
@@ -262,7 +262,7 @@ ScanResultPtr scan(const std::vector<SourceFilePtr>& files,
   for (std::size_t i = 0; i < items.size(); ++i) {
     auto file = std::make_shared<MediaFile>(static_cast<int>(i), items[i].main, items[i].kind);
     file->overlay = items[i].overlay;
-    file->outputName = outputNameOf(items[i]);
+    file->setOutputName(outputNameOf(items[i]));
     result->files.push_back(std::move(file));
   }
   const MatchCounts counts = match(items, result->files, entries);

@@ -150,14 +150,14 @@ void matchFolder(const std::string& folder, Tables& tables, ScanResult& result,
       target->duplicates.push_back(file);
       if (json && !target->hasSidecar()) {
         target->setPackedSidecar(sidecars.at(*json));
-        target->sidecarName = json;
+        target->setSidecarName(json);
       }
     } else {
       auto made = std::make_shared<MediaFile>(static_cast<int>(result.files.size()), file,
                                               mediaKindOf(name));
       if (json) {
         made->setPackedSidecar(sidecars.at(*json));
-        made->sidecarName = json;
+        made->setSidecarName(json);
       }
       target = made.get();
       sameKey.push_back(target);
@@ -216,10 +216,15 @@ MediaUnit::Kind unitKind(const std::vector<MediaFilePtr>& group) {
 
 void apply(const FolderRole& role, MediaFile& file) {
   auto addOnce = [](std::vector<std::string>& list, const std::string& name) {
-    if (std::find(list.begin(), list.end(), name) == list.end()) list.push_back(name);
+    if (std::find(list.begin(), list.end(), name) != list.end()) return false;
+    list.push_back(name);
+    return true;
   };
   if (role.kind == FolderRole::Kind::album) addOnce(file.albums, role.name);
-  if (role.kind == FolderRole::Kind::special) addOnce(file.specialFolders, role.name);
+  if (role.kind == FolderRole::Kind::special) {
+    std::vector<std::string> folders = file.specialFolders();
+    if (addOnce(folders, role.name)) file.setSpecialFolders(folders);
+  }
 }
 
 std::vector<MediaUnit> groupUnits(const std::vector<MediaFilePtr>& files) {

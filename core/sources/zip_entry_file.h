@@ -22,7 +22,8 @@ class ZipEntryFile final : public SourceFile {
                std::string_view logicalPath);
 
   const ZipArchive& archive() const { return *archive_; }
-  const ZipArchive::Entry& entry() const { return entry_; }
+  // The directory record this file reads by, rebuilt from what the file keeps.
+  ZipArchive::Entry entry() const;
 
   // The zip's file name, " › ", then the entry's full path inside the zip.
   std::string displayLocation() const override;
@@ -39,10 +40,20 @@ class ZipEntryFile final : public SourceFile {
   void stream(const ChunkSink& sink) const override;
 
  private:
+  std::string_view path() const { return {text_.get(), pathLength_}; }
+
+  // One record per file of an export, so the entry's fields are kept unpadded and its texts in
+  // one exact-size block: the entry's path, then the logical path when it is not a tail of it.
   std::shared_ptr<const ZipArchive> archive_;
-  ZipArchive::Entry entry_;
-  std::unique_ptr<const std::string> ownLogicalPath_;  // null when it is a tail of entry_.path
-  std::uint32_t logicalStart_ = 0;
+  std::unique_ptr<char[]> text_;
+  std::uint64_t compressedSize_ = 0;
+  std::uint64_t uncompressedSize_ = 0;
+  std::uint64_t localHeaderOffset_ = 0;
+  std::uint32_t crc32_ = 0;
+  std::uint32_t pathLength_ = 0;
+  std::uint32_t logicalLength_ = 0;
+  std::uint16_t method_ = 0;
+  bool ownLogicalPath_ = false;  // whether the logical path follows the entry's path
 };
 
 }  // namespace quillmere

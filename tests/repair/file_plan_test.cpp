@@ -42,7 +42,7 @@ TEST(FilePlanTest, NotesComeInTheirOrder) {
   trashed.photoTakenTime = kJuly4;
   trashed.trashed = true;
   file->setSidecar(trashed);
-  file->specialFolders = {"Trash", "Archive"};
+  file->setSpecialFolders({"Trash", "Archive"});
   EmbeddedMetadata embedded;
   embedded.captureDate = CaptureDate::local("2019:07:04 09:07:00", std::nullopt);  // disagrees
   const FilePlan plan = RepairEngine::plan(*file, embedded, emptyIndex(), {});
@@ -60,7 +60,7 @@ TEST(FilePlanTest, NotesComeInTheirOrder) {
   EXPECT_EQ(RepairEngine::plan(*bare, std::nullopt, emptyIndex(), {}).notes,
             (std::vector<std::string>{"No Google metadata file found for this item",
                                       "No capture date in the file or in Google's metadata"}));
-  bare->matchNote = "Matched by order";
+  bare->setMatchNote("Matched by order");
   EXPECT_EQ(RepairEngine::plan(*bare, std::nullopt, emptyIndex(), {}).notes,
             (std::vector<std::string>{"No export metadata for this item", "Matched by order",
                                       "No capture date in the file or in Google's metadata"}));

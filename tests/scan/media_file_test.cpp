@@ -5,6 +5,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "core/sources/folder_file.h"
 
@@ -98,6 +99,37 @@ TEST(MediaFileTest, EmbeddedMetadataReadsBackAsSet) {
     EXPECT_EQ(file.embedded(), c.embedded);
     EXPECT_FALSE(file.sidecar().has_value());
   }
+}
+
+// The seldom-read texts share one record: setting one must leave the others as they were.
+TEST(MediaFileTest, SeldomTextsAreKeptApart) {
+  MediaFile file = photo();
+  EXPECT_EQ(file.outputName(), "IMG_1.JPG");  // the file's own name until told otherwise
+  EXPECT_FALSE(file.sidecarName().has_value());
+  EXPECT_TRUE(file.specialFolders().empty());
+  EXPECT_FALSE(file.matchNote().has_value());
+
+  const std::string longNote(300, 'n');
+  file.setSidecarName("IMG_1.JPG.supplemental-metadata.json");
+  file.setSpecialFolders({"Trash", "", "Archive"});
+  file.setMatchNote(longNote);
+  file.setOutputName("2019-07-04 IMG_1.JPG");
+  file.setSidecarName("");  // empty, not absent
+  EXPECT_EQ(file.sidecarName(), "");
+  EXPECT_EQ(file.specialFolders(), (std::vector<std::string>{"Trash", "", "Archive"}));
+  EXPECT_EQ(file.matchNote(), longNote);
+  EXPECT_EQ(file.outputName(), "2019-07-04 IMG_1.JPG");
+
+  file.setSidecarName(std::nullopt);
+  file.setSpecialFolders({});
+  file.setMatchNote(std::nullopt);
+  EXPECT_EQ(file.outputName(), "2019-07-04 IMG_1.JPG");
+  file.setOutputName("IMG_1.JPG");
+  EXPECT_EQ(file.outputName(), "IMG_1.JPG");
+  EXPECT_FALSE(file.sidecarName().has_value());
+  EXPECT_TRUE(file.specialFolders().empty());
+  EXPECT_FALSE(file.matchNote().has_value());
+  EXPECT_FALSE(file.sidecar().has_value());
 }
 
 }  // namespace

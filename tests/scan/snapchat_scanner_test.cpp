@@ -90,8 +90,8 @@ TEST(SnapchatScanTest, MatchesByIdentifierThenDayShiftedZeroMinusOnePlusOneThenO
   for (std::size_t i = 0; i < std::size(cases); ++i) {
     const auto& [output, taken, note] = cases[i];
     const MediaFile& file = *result->files[i];
-    EXPECT_EQ(file.outputName, output);
-    EXPECT_EQ(file.matchNote, note) << output;
+    EXPECT_EQ(file.outputName(), output);
+    EXPECT_EQ(file.matchNote(), note) << output;
     EXPECT_EQ(file.sidecar() ? file.sidecar()->photoTakenTime : std::nullopt,
               taken ? std::optional(ISODate::parse(*taken)->date) : std::nullopt)
         << output;

@@ -76,9 +76,9 @@ TEST_F(TakeoutScanTest, MergesCopiesAndCollectsTheirAlbumsAndSpecialFolders) {
     EXPECT_EQ(one.source->logicalPath(), "Archive/Zdjęcia z 2019/IMG_1.JPG");  // years first
     EXPECT_EQ(one.duplicates.size(), 6u);
     EXPECT_EQ(one.albums, (std::vector<std::string>{"Family", "Paris", "Photos from 1799"}));
-    EXPECT_EQ(one.specialFolders, (std::vector<std::string>{"PAPIERKORB", "Trash"}));
+    EXPECT_EQ(one.specialFolders(), (std::vector<std::string>{"PAPIERKORB", "Trash"}));
     // The album copy's sidecar fills in for the year copy that had none.
-    EXPECT_EQ(one.sidecarName, "IMG_1.JPG.json");
+    EXPECT_EQ(one.sidecarName(), "IMG_1.JPG.json");
     EXPECT_EQ(result->files[1]->source->logicalPath(), "Family/IMG_2.JPG");
     EXPECT_EQ(byName(*result, "IMG_3.JPG").albums, std::vector<std::string>{"Summer"});
     EXPECT_EQ(result->summary.duplicateCopies, 6);
@@ -132,11 +132,11 @@ TEST_F(TakeoutScanTest, MatchesSidecarsGroupsItemsAndCountsWhatCanBeRestored) {
   EXPECT_EQ(units["MVIMG_1.jpg"], "motionPhoto2");
   EXPECT_EQ(units["PXL_20210101_120000000.MP"], "motionPhoto2");
   EXPECT_EQ(units["IMG_12.MOV"], "single1");
-  EXPECT_EQ(byName(*result, "IMG_1.jpg").sidecarName, "IMG_1.jpg.supplemental-metadata.json");
-  EXPECT_EQ(byName(*result, "IMG_1-edited.jpg").sidecarName,
+  EXPECT_EQ(byName(*result, "IMG_1.jpg").sidecarName(), "IMG_1.jpg.supplemental-metadata.json");
+  EXPECT_EQ(byName(*result, "IMG_1-edited.jpg").sidecarName(),
             "IMG_1.jpg.supplemental-metadata.json");
-  EXPECT_EQ(byName(*result, "IMG_2(1).jpg").sidecarName, "IMG_2.jpg.supplemental-metadata(1).json");
-  EXPECT_EQ(byName(*result, longName).sidecarName, longName.substr(0, 46) + ".json");
+  EXPECT_EQ(byName(*result, "IMG_2(1).jpg").sidecarName(), "IMG_2.jpg.supplemental-metadata(1).json");
+  EXPECT_EQ(byName(*result, longName).sidecarName(), longName.substr(0, 46) + ".json");
   // Orphans: lonely.jpg only (IMG_1's counts as used once); unreadable: broken.json.
   EXPECT_EQ(nlohmann::json(result->summary), summaryWith(R"({"sourceFiles": 27, "mediaFiles": 18,
       "photos": 13, "videos": 5, "items": 12, "withSidecar": 6, "withoutSidecar": 12,
