@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
 # End-to-end repair against unzip -q -d extracting the same zip parts, in the same run: the
-# synthetic 20,000-file export (and 100,000 files to show memory stays flat), then a
+# synthetic 20,000-file export (and 100,000 files, to show how memory grows with the count), then a
 # camera-sized one (2 MB photos, 15 MB movies, 1,000 files). Wall time, peak memory, ratios.
 # Targets: repair at most 3x unzip on the small files, 1.3x on the camera-sized ones; peak
-# memory under 300 MB whatever the export's size.
+# memory under 300 MB whatever the export's size. Needs about three times the exports' size in
+# free space (15 GB with the camera-sized one), and a file system left alone for five minutes
+# before: see compare().
 set -euo pipefail
 cli=${1:?usage: repair_throughput.sh PATH-TO-quillmere-cli}
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -18,21 +20,22 @@ timed() {  # timed LABEL COMMAND...: prints seconds and peak resident MB
 }
 
 compare() {  # compare LABEL SYNTH-ARGS...
-  rm -rf "$work/zips" "$work/unzipped" "$work/repaired"
-  "$root/tools/synth-export" "${@:2}" --zip-parts 2 "$work/zips" > /dev/null
-  local parts=("$work"/zips/*.zip)
+  # Nothing is deleted until the script ends. On ext4 without a journal, as on the test
+  # machines, an inode freed in the last five minutes is skipped while its inode table block is
+  # dirty, so every file either tool creates soon after a mass deletion pays a search: deleting
+  # one export's copies would slow the next export's runs.
+  local dir
+  dir=$(mktemp -d "$work/export-XXXXXX")
+  "$root/tools/synth-export" "${@:2}" --zip-parts 2 "$dir/zips" > /dev/null
+  local parts=("$dir"/zips/*.zip)
   cat "${parts[@]}" > /dev/null  # warm the page cache for both alike
   printf '%s: %s in %d zip parts\n' "$1" "$(du -ch "${parts[@]}" | tail -1 | cut -f1)" "${#parts[@]}"
   timed "unzip -q -d (both parts)" bash -c \
-    "for p in ${parts[*]}; do unzip -q -o -d '$work/unzipped' \"\$p\"; done; sync -f '$work'"
+    "for p in ${parts[*]}; do unzip -q -o -d '$dir/unzipped' \"\$p\"; done; sync -f '$dir'"
   local unzip_s
   unzip_s=$(cat "$work/last")
-  # The unzipped copy goes only after the repair is timed: on ext4 without a journal, inodes
-  # freed in the last half minute are skipped when new files are made, so deleting tens of
-  # thousands just before would charge the repair for unzip's clean-up.
   timed "quillmere-cli repair" bash -c \
-    "'$cli' repair --quiet --out '$work/repaired' ${parts[*]} && sync -f '$work'"
-  rm -rf "$work/unzipped"
+    "'$cli' repair --quiet --out '$dir/repaired' ${parts[*]} && sync -f '$dir'"
   grep -E 'files fixed|need a look' "$work/out" | sed 's/^/    /' || cat "$work/err"
   printf '  repair / unzip: %.2f\n\n' "$(echo "$(cat "$work/last") / $unzip_s" | bc -l)"
 }

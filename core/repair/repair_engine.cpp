@@ -1,11 +1,14 @@
 #include "core/repair/repair_engine.h"
 
 #include <exception>
+#include <memory>
 
 #include "core/metadata/metadata_writer.h"
 #include "core/repair/album_lists.h"
+#include "core/repair/background_worker.h"
 #include "core/repair/file_plan.h"
 #include "core/repair/output_naming.h"
+#include "core/repair/pending_row.h"
 #include "core/repair/report_writer.h"
 #include "core/repair/run_folder.h"
 #include "core/repair/staging.h"
@@ -45,6 +48,8 @@ struct RunState {
   ReportWriter::RowFiles report;
   UsedNames used;
   AlbumLists albums;
+  BackgroundWorker checker;         // reads written copies back
+  std::vector<PendingRow> pending;  // the last item's rows, not yet added
 
   // Every row goes to the report files and the totals at once; the result keeps it only when
   // asked to.
@@ -52,6 +57,12 @@ struct RunState {
     report.add(row);
     RepairEngine::tally(result.summary, row);
     if (options.keepRows) result.rows.push_back(std::move(row));
+  }
+
+  // Adds the rows held back, in order, once their checks are done.
+  void addPending() {
+    for (PendingRow& slot : pending) add(slot.finish());
+    pending.clear();
   }
 };
 
@@ -68,16 +79,17 @@ RepairRow stagingFailure(const MediaUnit& unit, const MediaFile& file, const std
   return row;
 }
 
-// Writes one staged file to runFolder/folder/name and returns its row. Per-file failures end
-// up in the row; nothing escapes.
-RepairRow writeFile(RunState& run, const MediaUnit& unit, const Staged& staged,
-                    const std::string& folder, const std::string& name) {
+// Writes one staged file to runFolder/folder/name and returns its row, whose read-back check
+// may still be running. Per-file failures end up in the row; nothing escapes.
+PendingRow writeFile(RunState& run, const MediaUnit& unit, const Staged& staged,
+                     const std::string& folder, const std::string& name) {
   const std::filesystem::path& runFolder = run.result.outputFolder();
   const std::string relative = folder + "/" + name;
   const auto destination = runFolder / folder / name;
   const MediaKind kind = staged.file->kind;
   const MetadataPatch& patch = staged.plan.patch;
-  RepairRow row = staged.plan.row(unit, *staged.file, relative);
+  PendingRow pending(staged.plan.row(unit, *staged.file, relative));
+  RepairRow& row = pending.row;
   try {
     const WriteMethod method = writeCopy(staged, destination, run.work);
     row.method = std::string(label(method));
@@ -85,12 +97,11 @@ RepairRow writeFile(RunState& run, const MediaUnit& unit, const Staged& staged,
       row.notes.push_back("This file type can't hold the metadata safely; it's in " + name +
                           ".xmp and the file's dates");
     } else if (method == WriteMethod::embedded) {
-      const auto check = verify(destination, kind, patch);
-      if (check.problem) {
-        row.notes.push_back(*check.problem);
-        row.status = RepairRow::Status::failed;
-      }
-      if (check.note) row.notes.push_back(*check.note);
+      auto check = std::make_shared<MetadataWriter::Verification>();
+      pending.checkNotesAt = row.notes.size();
+      pending.checked = run.checker.post(
+          [check, destination, kind, patch] { *check = verify(destination, kind, patch); });
+      pending.check = std::move(check);
     }
     for (const std::string& album : staged.file->albums) run.albums[album].push_back(relative);
     if (staged.overlayNote) row.notes.push_back(*staged.overlayNote);
@@ -101,21 +112,27 @@ RepairRow writeFile(RunState& run, const MediaUnit& unit, const Staged& staged,
     std::error_code ignored;
     std::filesystem::remove(staged.temp, ignored);
   }
-  return row;
+  return pending;
 }
 
-// Stages every file of `unit`, then files them together in the lead file's dated folder. Only
-// the dated folder's creation can fail the run.
+// Stages every file of `unit`, then files them together in the lead file's dated folder; the
+// previous item's rows are added on the way, before any of this one's. Only the dated folder's
+// creation can fail the run.
 void repairItem(RunState& run, const MediaUnit& unit) {
   std::vector<Staged> staged;
+  std::vector<PendingRow> rows;
   for (const MediaFilePtr& file : unit.files) {
     try {
       staged.push_back(stage(file, run.work, run.offsets, run.options));
     } catch (const std::exception& error) {
-      run.add(stagingFailure(unit, *file, error.what()));
+      rows.emplace_back(stagingFailure(unit, *file, error.what()));
     }
   }
-  if (staged.empty()) return;
+  if (staged.empty()) {
+    run.addPending();
+    run.pending = std::move(rows);
+    return;
+  }
   const Staged* lead = &staged.front();
   for (const Staged& s : staged) {
     if (s.file->kind == MediaKind::photo) {
@@ -129,8 +146,10 @@ void repairItem(RunState& run, const MediaUnit& unit) {
   for (const Staged& s : staged) wanted.push_back(s.name);
   const auto names = uniqueNames(wanted, folder, run.used);
   for (std::size_t i = 0; i < staged.size(); ++i) {
-    run.add(writeFile(run, unit, staged[i], folder, names[i]));
+    rows.push_back(writeFile(run, unit, staged[i], folder, names[i]));
   }
+  run.addPending();
+  run.pending = std::move(rows);
 }
 
 }  // namespace
@@ -149,6 +168,8 @@ RepairResultPtr run(const ScanResult& scan, const RepairOptions& options,
                  buildOffsetIndex(scan),
                  ReportWriter::RowFiles(work.path()),
                  {},
+                 {},
+                 {},
                  {}};
 
   const auto total = static_cast<std::int64_t>(scan.units.size());
@@ -158,6 +179,7 @@ RepairResultPtr run(const ScanResult& scan, const RepairOptions& options,
     repairItem(state, scan.units[static_cast<std::size_t>(i)]);
     result->itemsReached = i + 1;
   }
+  state.addPending();
   writeAlbums(state.albums, runFolder);
   result->summary.items = total;
   state.report.commit(result->reportFolder());

@@ -34,8 +34,8 @@ class MediaFile {
 
   std::string fileName() const { return source->fileName(); }
 
-  // The texts below are seldom read and mostly absent, so they share one packed record; each
-  // getter returns a copy and each setter repacks them all.
+  // The texts below are read at most once a file and, the sidecar name aside, mostly absent, so
+  // they share one packed record: each getter returns a copy and each setter repacks them all.
   // The name of the metadata file matched to this one.
   std::optional<std::string> sidecarName() const;
   void setSidecarName(const std::optional<std::string>& name);
