@@ -9,15 +9,15 @@
 namespace quillmere::RepairEngine {
 
 RepairRow PendingRow::finish() {
-  if (!checked.valid()) return std::move(row);
+  if (!check.valid()) return std::move(row);
   std::vector<std::string> notes;
   try {
-    checked.get();
-    if (check->problem) {
-      notes.push_back(*check->problem);
+    const MetadataWriter::Verification outcome = check.get();
+    if (outcome.problem) {
+      notes.push_back(*outcome.problem);
       row.status = RepairRow::Status::failed;
     }
-    if (check->note) notes.push_back(*check->note);
+    if (outcome.note) notes.push_back(*outcome.note);
   } catch (const std::exception& error) {
     notes.emplace_back(error.what());
     row.status = RepairRow::Status::failed;

@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <future>
-#include <memory>
 
 #include "core/metadata/metadata_writer.h"
 #include "core/repair/repair_row.h"
@@ -17,10 +16,9 @@ struct PendingRow {
   explicit PendingRow(RepairRow row) : row(std::move(row)) {}
 
   RepairRow row;
-  // Set together when a read-back was started: `check` holds its outcome once `checked` is
-  // ready, and its notes go before the row's note number `checkNotesAt`.
-  std::future<void> checked;
-  std::shared_ptr<MetadataWriter::Verification> check;
+  // The read-back's outcome; invalid when none was started. Its notes go before the row's note
+  // number `checkNotesAt`.
+  std::future<MetadataWriter::Verification> check;
   std::size_t checkNotesAt = 0;
 
   // Waits for the read-back, if any, and returns the row with its outcome in place: the

@@ -1,6 +1,7 @@
 #include "core/repair/repair_engine.h"
 
 #include <exception>
+#include <future>
 #include <memory>
 
 #include "core/metadata/metadata_writer.h"
@@ -59,10 +60,10 @@ struct RunState {
     if (options.keepRows) result.rows.push_back(std::move(row));
   }
 
-  // Adds the rows held back, in order, once their checks are done.
-  void addPending() {
+  // Adds the rows held back, in order, once their checks are done, and holds back `next`.
+  void addPending(std::vector<PendingRow> next = {}) {
     for (PendingRow& slot : pending) add(slot.finish());
-    pending.clear();
+    pending = std::move(next);
   }
 };
 
@@ -97,11 +98,11 @@ PendingRow writeFile(RunState& run, const MediaUnit& unit, const Staged& staged,
       row.notes.push_back("This file type can't hold the metadata safely; it's in " + name +
                           ".xmp and the file's dates");
     } else if (method == WriteMethod::embedded) {
-      auto check = std::make_shared<MetadataWriter::Verification>();
+      auto check = std::make_shared<std::packaged_task<MetadataWriter::Verification()>>(
+          [destination, kind, patch] { return verify(destination, kind, patch); });
       pending.checkNotesAt = row.notes.size();
-      pending.checked = run.checker.post(
-          [check, destination, kind, patch] { *check = verify(destination, kind, patch); });
-      pending.check = std::move(check);
+      pending.check = check->get_future();
+      run.checker.post([check] { (*check)(); });
     }
     for (const std::string& album : staged.file->albums) run.albums[album].push_back(relative);
     if (staged.overlayNote) row.notes.push_back(*staged.overlayNote);
@@ -115,10 +116,10 @@ PendingRow writeFile(RunState& run, const MediaUnit& unit, const Staged& staged,
   return pending;
 }
 
-// Stages every file of `unit`, then files them together in the lead file's dated folder; the
-// previous item's rows are added on the way, before any of this one's. Only the dated folder's
+// Stages every file of `unit`, then files them together in the lead file's dated folder, and
+// returns their rows, whose read-back checks may still be running. Only the dated folder's
 // creation can fail the run.
-void repairItem(RunState& run, const MediaUnit& unit) {
+std::vector<PendingRow> repairItem(RunState& run, const MediaUnit& unit) {
   std::vector<Staged> staged;
   std::vector<PendingRow> rows;
   for (const MediaFilePtr& file : unit.files) {
@@ -128,11 +129,7 @@ void repairItem(RunState& run, const MediaUnit& unit) {
       rows.emplace_back(stagingFailure(unit, *file, error.what()));
     }
   }
-  if (staged.empty()) {
-    run.addPending();
-    run.pending = std::move(rows);
-    return;
-  }
+  if (staged.empty()) return rows;
   const Staged* lead = &staged.front();
   for (const Staged& s : staged) {
     if (s.file->kind == MediaKind::photo) {
@@ -148,8 +145,7 @@ void repairItem(RunState& run, const MediaUnit& unit) {
   for (std::size_t i = 0; i < staged.size(); ++i) {
     rows.push_back(writeFile(run, unit, staged[i], folder, names[i]));
   }
-  run.addPending();
-  run.pending = std::move(rows);
+  return rows;
 }
 
 }  // namespace
@@ -176,14 +172,15 @@ RepairResultPtr run(const ScanResult& scan, const RepairOptions& options,
   for (std::int64_t i = 0; i < total; ++i) {
     if (isCancelled && isCancelled()) break;
     if (progress) progress({std::string(kRepairing), i, total});
-    repairItem(state, scan.units[static_cast<std::size_t>(i)]);
+    // This item's checks run while the next item is written; its rows follow the previous's.
+    state.addPending(repairItem(state, scan.units[static_cast<std::size_t>(i)]));
     result->itemsReached = i + 1;
   }
   state.addPending();
   writeAlbums(state.albums, runFolder);
   result->summary.items = total;
   state.report.commit(result->reportFolder());
-  ReportWriter::writeTotals(*result, scan);
+  ReportWriter::writeTotals(*result, scan, work.path());
   if (progress) progress({std::string(kDone), total, total});
   return result;
 }

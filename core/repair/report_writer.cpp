@@ -133,10 +133,13 @@ std::string csvOf(const std::vector<RepairRow>& rows, Predicate keep) {
   return out;
 }
 
-// Replaces whatever an earlier run left there.
-void writeText(const std::filesystem::path& target, const std::string& text) {
-  FileIO::writeFile(target, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()},
+// Replaces whatever an earlier run left there; staged in `work` unless it is empty.
+void writeText(const std::filesystem::path& target, const std::string& text,
+               const std::filesystem::path& work = {}) {
+  const std::filesystem::path staged = work.empty() ? target : work / target.filename();
+  FileIO::writeFile(staged, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()},
                     /*exclusive=*/false);
+  if (staged != target) std::filesystem::rename(staged, target);
 }
 
 bool needsALook(const RepairRow& row) {
@@ -223,10 +226,11 @@ std::string ReportWriter::readme(const RepairResult& result, const ScanResult& s
   return text;
 }
 
-void ReportWriter::writeTotals(const RepairResult& result, const ScanResult& scan) {
+void ReportWriter::writeTotals(const RepairResult& result, const ScanResult& scan,
+                               const std::filesystem::path& work) {
   writeText(result.reportFolder() / "summary.json",
-            summaryJSON(result, scan, std::chrono::system_clock::now()));
-  writeText(result.outputFolder() / "README.txt", readme(result, scan));
+            summaryJSON(result, scan, std::chrono::system_clock::now()), work);
+  writeText(result.outputFolder() / "README.txt", readme(result, scan), work);
 }
 
 void ReportWriter::write(const RepairResult& result, const ScanResult& scan) {

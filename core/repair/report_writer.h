@@ -55,8 +55,12 @@ class RowFiles {
 };
 
 // "summary.json" in the report folder and the run folder's "README.txt", in that order, as
-// write() does after the CSV files. Throws the first failure; the report folder must exist.
-void writeTotals(const RepairResult& result, const ScanResult& scan);
+// write() does after the CSV files. With `work` (a folder on the same file system), each is
+// written there in full and then renamed into place, so a killed run leaves no partial file
+// among the output; without, beside its target. Throws the first failure; the report folder
+// must exist.
+void writeTotals(const RepairResult& result, const ScanResult& scan,
+                 const std::filesystem::path& work = {});
 
 // The CSV text of `rows`: the header line, then one line per row, each ended by "\n".
 std::string csv(const std::vector<RepairRow>& rows);

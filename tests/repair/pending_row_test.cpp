@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <future>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -49,15 +48,14 @@ TEST(PendingRowTest, PutsTheReadBacksOutcomeInItsPlace) {
     row.notes = {"before"};
     RepairEngine::PendingRow pending(row);
     if (c.check) {
-      pending.check = std::make_shared<Verification>(*c.check);
       pending.checkNotesAt = pending.row.notes.size();
-      std::promise<void> outcome;
+      std::promise<Verification> outcome;
       if (c.throws) {
         outcome.set_exception(std::make_exception_ptr(std::runtime_error("disk gone")));
       } else {
-        outcome.set_value();
+        outcome.set_value(*c.check);
       }
-      pending.checked = outcome.get_future();
+      pending.check = outcome.get_future();
     }
     pending.row.notes.push_back("after");  // added while the check still ran
     const RepairRow finished = pending.finish();
