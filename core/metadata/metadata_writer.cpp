@@ -181,19 +181,43 @@ bool writesFromMemory(MediaKind kind, std::span<const std::uint8_t> content) {
 WriteMethod writeFromMemory(const MetadataPatch& patch, std::span<const std::uint8_t> photo,
                             const fs::path& destination,
                             const std::vector<std::string>& existingKeywords) {
+  return writePrepared(prepare(patch, photo, destination.filename().string(), existingKeywords),
+                       patch, photo, destination, existingKeywords);
+}
+
+PreparedPhoto prepare(const MetadataPatch& patch, std::span<const std::uint8_t> photo,
+                      std::string_view fileName, const std::vector<std::string>& existingKeywords) {
+  PreparedPhoto prepared;
   if (patch.isEmpty()) {
+    prepared.unchanged = true;
+    return prepared;
+  }
+  const PhotoTags tags = buildMetadata(patch, existingKeywords);
+  if (tags.isEmpty()) {
+    prepared.embedded = true;
+  } else if (!photo.empty() && photo.size() <= kLargestPhoto) {
+    try {
+      prepared.rewritten = Exiv2MetadataWriter::rewrite(photo, fileName, tags);
+    } catch (const std::exception&) {
+      // Out of memory for the new bytes: the photo takes the fallback like any it refuses.
+    }
+    prepared.embedded = prepared.rewritten.has_value();
+  }
+  return prepared;
+}
+
+WriteMethod writePrepared(const PreparedPhoto& prepared, const MetadataPatch& patch,
+                          std::span<const std::uint8_t> photo, const fs::path& destination,
+                          const std::vector<std::string>& existingKeywords) {
+  if (prepared.unchanged) {
     writeBytes(destination, photo);
     return WriteMethod::unchanged;
   }
-  const PhotoTags tags = buildMetadata(patch, existingKeywords);
   bool embedded = false;
   try {
-    if (tags.isEmpty()) {
-      writeBytes(destination, photo);
+    if (prepared.embedded) {
+      writeBytes(destination, prepared.rewritten ? *prepared.rewritten : photo);
       embedded = true;
-    } else {
-      embedded = !photo.empty() && photo.size() <= kLargestPhoto &&
-                 embedPhotoBytes(tags, photo, destination);
     }
   } catch (const std::exception&) {
     // As for a file: the fallback meets the same folder and reports what it finds.

@@ -6,12 +6,14 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/dates/geo_point.h"
 #include "core/metadata/embedded_metadata.h"
 #include "core/metadata/metadata_patch.h"
 #include "core/metadata/write_method.h"
+#include "core/sources/byte_view.h"
 #include "core/sources/media_kind.h"
 
 namespace quillmere {
@@ -86,6 +88,28 @@ bool writesFromMemory(MediaKind kind, std::span<const std::uint8_t> content);
 WriteMethod writeFromMemory(const MetadataPatch& patch, std::span<const std::uint8_t> photo,
                             const std::filesystem::path& destination,
                             const std::vector<std::string>& existingKeywords);
+
+// writeFromMemory in two steps, so that the rewrite can be done away from where the copy is
+// filed: `prepare` does everything but writing, `writePrepared` writes. Together they write
+// what writeFromMemory writes for the same arguments.
+struct PreparedPhoto {
+  bool unchanged = false;          // the patch is empty: the copy is the photo as it is
+  std::optional<Bytes> rewritten;  // the photo with the tags inside
+  bool embedded = false;           // the tags are inside: in `rewritten`, or none were needed
+  bool operator==(const PreparedPhoto&) const = default;
+};
+
+// Rewrites `photo` for a copy named like `fileName` (only its extension counts) in memory.
+// Never throws (Exiv2 failing is `embedded` false).
+PreparedPhoto prepare(const MetadataPatch& patch, std::span<const std::uint8_t> photo,
+                      std::string_view fileName, const std::vector<std::string>& existingKeywords);
+
+// Writes the copy of `photo` that `prepared` describes to `destination`, with the XMP fallback
+// when the tags did not go inside or their copy could not be written. Throws like write.
+WriteMethod writePrepared(const PreparedPhoto& prepared, const MetadataPatch& patch,
+                          std::span<const std::uint8_t> photo,
+                          const std::filesystem::path& destination,
+                          const std::vector<std::string>& existingKeywords);
 
 // Copies the movie `source` to `destination` (mov, qt, mp4, m4v by extension) with the patch's
 // QuickTime metadata items, every other byte of the movie kept, then stamps the movie header's

@@ -10,8 +10,8 @@
 namespace quillmere::RepairEngine {
 
 // A file's row, perhaps still waiting for its written copy to be read back. Reading back costs
-// about as much as writing, so it runs on a second thread while the next item is written; the
-// rows still reach the report in item order, each whole.
+// about as much as writing, so a run reads several copies back at once; the rows still reach
+// the report in item order, each whole.
 struct PendingRow {
   explicit PendingRow(RepairRow row) : row(std::move(row)) {}
 

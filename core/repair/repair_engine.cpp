@@ -2,17 +2,19 @@
 
 #include <exception>
 #include <future>
+#include <iterator>
 #include <memory>
+#include <vector>
 
 #include "core/metadata/metadata_writer.h"
 #include "core/repair/album_lists.h"
-#include "core/repair/background_worker.h"
 #include "core/repair/file_plan.h"
 #include "core/repair/output_naming.h"
 #include "core/repair/pending_row.h"
 #include "core/repair/report_writer.h"
 #include "core/repair/run_folder.h"
 #include "core/repair/staging.h"
+#include "core/sources/parallel_loop.h"
 #include "core/sources/quillmere_error.h"
 
 namespace quillmere::RepairEngine {
@@ -20,6 +22,13 @@ namespace {
 
 constexpr std::string_view kRepairing = "Repairing";
 constexpr std::string_view kDone = "Done";
+
+// Items go through a run in chunks: a chunk's items are staged side by side, its copies
+// written one after another in item order, then read back side by side. Chunks rather than a
+// hand-over per item, because waking another thread costs about as much as a small photo's
+// write.
+constexpr std::size_t kChunkItems = 32;
+constexpr std::int64_t kChunkBytes = std::int64_t{16} << 20;
 
 // Removes the work folder on every way out of a run, errors ignored.
 class WorkFolder {
@@ -49,8 +58,10 @@ struct RunState {
   ReportWriter::RowFiles report;
   UsedNames used;
   AlbumLists albums;
-  BackgroundWorker checker;         // reads written copies back
-  std::vector<PendingRow> pending;  // the last item's rows, not yet added
+  std::vector<PendingRow> pending;  // the chunk's rows, not yet added
+  // The read-backs of the chunk's written copies, not yet run: each fulfils a pending row's
+  // check.
+  std::vector<std::packaged_task<MetadataWriter::Verification()>> checks;
 
   // Every row goes to the report files and the totals at once; the result keeps it only when
   // asked to.
@@ -60,10 +71,12 @@ struct RunState {
     if (options.keepRows) result.rows.push_back(std::move(row));
   }
 
-  // Adds the rows held back, in order, once their checks are done, and holds back `next`.
-  void addPending(std::vector<PendingRow> next = {}) {
+  // Reads the chunk's copies back side by side, then adds its rows in order.
+  void finishChunk() {
+    ParallelLoop::run(checks.size(), [this](std::size_t n) { checks[n](); });
+    checks.clear();
     for (PendingRow& slot : pending) add(slot.finish());
-    pending = std::move(next);
+    pending.clear();
   }
 };
 
@@ -98,11 +111,11 @@ PendingRow writeFile(RunState& run, const MediaUnit& unit, const Staged& staged,
       row.notes.push_back("This file type can't hold the metadata safely; it's in " + name +
                           ".xmp and the file's dates");
     } else if (method == WriteMethod::embedded) {
-      auto check = std::make_shared<std::packaged_task<MetadataWriter::Verification()>>(
+      std::packaged_task<MetadataWriter::Verification()> check(
           [destination, kind, patch] { return verify(destination, kind, patch); });
       pending.checkNotesAt = row.notes.size();
-      pending.check = check->get_future();
-      run.checker.post([check] { (*check)(); });
+      pending.check = check.get_future();
+      run.checks.push_back(std::move(check));
     }
     for (const std::string& album : staged.file->albums) run.albums[album].push_back(relative);
     if (staged.overlayNote) row.notes.push_back(*staged.overlayNote);
@@ -116,19 +129,34 @@ PendingRow writeFile(RunState& run, const MediaUnit& unit, const Staged& staged,
   return pending;
 }
 
-// Stages every file of `unit`, then files them together in the lead file's dated folder, and
-// returns their rows, whose read-back checks may still be running. Only the dated folder's
-// creation can fail the run.
-std::vector<PendingRow> repairItem(RunState& run, const MediaUnit& unit) {
+// One item's files copied into the work folder and planned, and the rows of those that could
+// not be.
+struct StagedItem {
   std::vector<Staged> staged;
   std::vector<PendingRow> rows;
+};
+
+// Stages every file of `unit`. Touches nothing but the work folder, so that several items can
+// be staged at once.
+StagedItem stageItem(const MediaUnit& unit, const std::filesystem::path& work,
+                     const OffsetIndex& offsets, const RepairOptions& options) {
+  StagedItem item;
   for (const MediaFilePtr& file : unit.files) {
     try {
-      staged.push_back(stage(file, run.work, run.offsets, run.options));
+      item.staged.push_back(stage(file, work, offsets, options));
     } catch (const std::exception& error) {
-      rows.emplace_back(stagingFailure(unit, *file, error.what()));
+      item.rows.emplace_back(stagingFailure(unit, *file, error.what()));
     }
   }
+  return item;
+}
+
+// Files a staged item's copies together in the lead file's dated folder and returns the
+// item's rows, whose read-back checks may still be running. Only the dated folder's creation
+// can fail the run.
+std::vector<PendingRow> writeItem(RunState& run, const MediaUnit& unit, StagedItem item) {
+  const std::vector<Staged>& staged = item.staged;
+  std::vector<PendingRow> rows = std::move(item.rows);
   if (staged.empty()) return rows;
   const Staged* lead = &staged.front();
   for (const Staged& s : staged) {
@@ -146,6 +174,20 @@ std::vector<PendingRow> repairItem(RunState& run, const MediaUnit& unit) {
     rows.push_back(writeFile(run, unit, staged[i], folder, names[i]));
   }
   return rows;
+}
+
+// The end of the chunk of items that starts at `begin`: at most kChunkItems items, and no more
+// once their files reach kChunkBytes (a chunk's small photos are held in memory).
+std::size_t chunkEnd(const ScanResult& scan, std::size_t begin) {
+  std::int64_t bytes = 0;
+  std::size_t end = begin;
+  while (end < scan.units.size() && end - begin < kChunkItems && bytes < kChunkBytes) {
+    for (const MediaFilePtr& file : scan.units[end].files) {
+      bytes += file->source->size() + (file->overlay ? file->overlay->size() : 0);
+    }
+    ++end;
+  }
+  return end;
 }
 
 }  // namespace
@@ -169,14 +211,25 @@ RepairResultPtr run(const ScanResult& scan, const RepairOptions& options,
                  {}};
 
   const auto total = static_cast<std::int64_t>(scan.units.size());
-  for (std::int64_t i = 0; i < total; ++i) {
-    if (isCancelled && isCancelled()) break;
-    if (progress) progress({std::string(kRepairing), i, total});
-    // This item's checks run while the next item is written; its rows follow the previous's.
-    state.addPending(repairItem(state, scan.units[static_cast<std::size_t>(i)]));
-    result->itemsReached = i + 1;
+  bool cancelled = false;
+  for (std::size_t begin = 0; begin < scan.units.size() && !cancelled;) {
+    const std::size_t end = chunkEnd(scan, begin);
+    std::vector<StagedItem> items(end - begin);
+    ParallelLoop::run(items.size(), [&](std::size_t k) {
+      items[k] = stageItem(scan.units[begin + k], state.work, state.offsets, options);
+    });
+    for (std::size_t k = 0; k < items.size(); ++k) {
+      const auto i = static_cast<std::int64_t>(begin + k);
+      cancelled = isCancelled && isCancelled();
+      if (cancelled) break;  // the items staged beyond go with the work folder
+      if (progress) progress({std::string(kRepairing), i, total});
+      auto rows = writeItem(state, scan.units[begin + k], std::move(items[k]));
+      std::move(rows.begin(), rows.end(), std::back_inserter(state.pending));
+      result->itemsReached = i + 1;
+    }
+    state.finishChunk();
+    begin = end;
   }
-  state.addPending();
   writeAlbums(state.albums, runFolder);
   result->summary.items = total;
   state.report.commit(result->reportFolder());

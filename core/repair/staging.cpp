@@ -119,6 +119,10 @@ Staged stage(const MediaFilePtr& file, const std::filesystem::path& work,
   auto embedded = readStaged(staged);
   if (!embedded) embedded = file->embedded();
   staged.plan = plan(*file, embedded, offsets, options);
+  if (staged.content) {
+    staged.prepared = MetadataWriter::prepare(staged.plan.patch, *staged.content, staged.name,
+                                              staged.plan.existingKeywords);
+  }
   return staged;
 }
 
@@ -130,8 +134,8 @@ WriteMethod writeCopy(const Staged& staged, const std::filesystem::path& destina
                      work);
   }
   return writeThroughWork(destination, work, [&](const std::filesystem::path& written) {
-    return MetadataWriter::writeFromMemory(plan.patch, *staged.content, written,
-                                           plan.existingKeywords);
+    return MetadataWriter::writePrepared(*staged.prepared, plan.patch, *staged.content, written,
+                                         plan.existingKeywords);
   });
 }
 

@@ -20,6 +20,8 @@ struct Staged {
   // A small photo's whole content, kept in memory instead of at `temp`: written once, straight
   // to its copy (see MetadataWriter::writesFromMemory).
   std::optional<Bytes> content;
+  // Its copy's bytes, rewritten while staging (MetadataWriter::prepare); set with `content`.
+  std::optional<MetadataWriter::PreparedPhoto> prepared;
   std::string name;  // the wanted output name, before collisions
   FilePlan plan;
   std::optional<std::filesystem::path> overlayTemp;  // working copy of a Snapchat overlay
@@ -31,13 +33,13 @@ struct Staged {
 // Copies (or extracts) `file` and its overlay into `work` as "<id>.<ext>" and
 // "<id>-overlay.<ext>" (a small photo without overlay into memory instead), merges a photo's
 // overlay into "<id>-composite.jpg", reads what the working copy carries (falling back to what the
-// scan read) and plans it. Throws the copy's, extraction's or compositor's error, leaving none of
-// the file's working copies behind.
+// scan read) and plans it; a photo in memory is also rewritten, ready to be written. Throws the
+// copy's, extraction's or compositor's error, leaving none of the file's working copies behind.
 Staged stage(const MediaFilePtr& file, const std::filesystem::path& work,
              const OffsetIndex& offsets, const RepairOptions& options);
 
 // Writes `staged` to `destination` with its plan's patch (MetadataWriter::writeInPlace on the
-// working copy, which a HEIF photo thus gets in place, or writeFromMemory for a photo in
+// working copy, which a HEIF photo thus gets in place, or the prepared bytes of a photo in
 // memory), through a private folder inside `work`: the copy
 // (and its ".xmp" sidecar, if the writer made one) is renamed to `destination` only when
 // complete, so a killed run leaves nothing half-written among the output. Throws the writer's

@@ -8,6 +8,7 @@
 #include "core/metadata/embedded_metadata.h"
 #include "core/scan/media_file.h"
 #include "core/scan/scan_summary.h"
+#include "core/scan/work_progress.h"
 #include "core/sources/source_file.h"
 
 namespace quillmere::ScanSupport {
@@ -21,6 +22,11 @@ std::int64_t countZipParts(const std::vector<SourceFilePtr>& files);
 // A photo's own metadata: by path for a plain file, from the first mebibyte for a zip entry.
 // Absent when it can't be read or isn't an image.
 std::optional<EmbeddedMetadata> readPhotoMetadata(const SourceFile& source);
+
+// Sets every photo's embedded metadata among `files` from readPhotoMetadata, reading on
+// several threads, and reports the phase checkingFiles (file index of `files.size()`) on the
+// calling thread now and then. Other files are left as they are.
+void readPhotosMetadata(const std::vector<MediaFilePtr>& files, const ProgressCallback& progress);
 
 // For a photo: counts a missing embedded date or place, and whether the service's metadata
 // can supply it.

@@ -267,13 +267,8 @@ ScanResultPtr scan(const std::vector<SourceFilePtr>& files,
   }
   const MatchCounts counts = match(items, result->files, entries);
 
+  ScanSupport::readPhotosMetadata(result->files, progress);
   const auto total = static_cast<std::int64_t>(result->files.size());
-  for (std::int64_t j = 0; j < total; ++j) {
-    if (j % 200 == 0 && progress) progress({std::string(ScanPhase::checkingFiles), j, total});
-    MediaFile& file = *result->files[j];
-    if (file.kind == MediaKind::photo)
-      file.setEmbedded(ScanSupport::readPhotoMetadata(*file.source));
-  }
   for (const MediaFilePtr& file : result->files) {
     result->units.push_back(
         MediaUnit{static_cast<int>(result->units.size()), MediaUnit::Kind::single, {file}});

@@ -178,16 +178,6 @@ std::int64_t countOrphans(const Tables& tables) {
   return orphans;
 }
 
-void readEmbeddedMetadata(ScanResult& result, const ProgressCallback& progress) {
-  const auto total = static_cast<std::int64_t>(result.files.size());
-  for (std::int64_t i = 0; i < total; ++i) {
-    MediaFile& file = *result.files[i];
-    if (file.kind != MediaKind::photo) continue;  // movies are read during repair
-    if (i % 200 == 0) report(progress, ScanPhase::checkingFiles, i, total);
-    file.setEmbedded(ScanSupport::readPhotoMetadata(*file.source));
-  }
-}
-
 // The file name without extension and with edited suffixes cut, each at most once, in order.
 std::string groupingStem(const std::string& name) {
   const std::size_t dot = name.rfind('.');
@@ -301,7 +291,7 @@ ScanResultPtr scan(std::vector<SourceFilePtr> files,
     result->summary.orphanSidecars = countOrphans(tables);
   }
   ScanSupport::returnFreedMemory();
-  readEmbeddedMetadata(*result, progress);
+  ScanSupport::readPhotosMetadata(result->files, progress);  // movies are read during repair
   result->units = groupUnits(result->files);
   for (const MediaFilePtr& file : result->files) {
     for (const std::string& album : file->albums) result->albums[album].push_back(file);

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "core/dates/exif_date.h"
 #include "core/scan/export_scanner.h"
 #include "core/sources/quillmere_error.h"
 #include "tests/support/child_process.h"
@@ -357,6 +358,43 @@ TEST_F(RepairTest, ACancelledRunStillWritesListsAndReportForTheItemsReached) {
   EXPECT_EQ(std::count(list.begin(), list.end(), '\n'), 3);
   const std::string changes = slurp(result->reportFolder() / "changes.csv");
   EXPECT_EQ(std::count(changes.begin(), changes.end(), '\n'), 4);
+}
+
+TEST_F(RepairTest, ManyItemsKeepTheirOrderNamesAndOwnBytesWhateverIsDoneSideBySide) {
+  // 75 different photos, all named IMG_1.jpg, each in its own album with its own date: more
+  // items than are ever handled at once, so any mix-up of order or content shows in the names
+  // and dates of the copies.
+  const TempDir& work = in_;
+  const fs::path root = work / "Takeout";
+  constexpr int kCount = 75;
+  testing::ExportTree tree;
+  for (int i = 0; i < kCount; ++i) {
+    const std::string album = "Google Photos/Album " + std::to_string(1000 + i) + "/";
+    fs::create_directories(root / album);
+    testing::makePhoto(root / album / "IMG_1.jpg", testing::PhotoFormat::jpeg, 16 + i, 16);
+    tree.json(album + "IMG_1.jpg.json",
+              testing::takeoutSidecar("IMG_1.jpg", kJuly31Late - 60.0 * i));
+  }
+  tree.writeFolder(root);
+  const auto result = repair({root}, {out_.path(), true});
+  ASSERT_EQ(result->rows.size(), static_cast<std::size_t>(kCount));
+  const auto tags = testing::runCommand(
+      {"exiftool", "-j", "-r", "-DateTimeOriginal", (result->outputFolder() / "Photos").string()});
+  std::map<std::string, std::string> dateOf;  // copy's name → its date as exiftool reads it
+  for (const auto& photo : nlohmann::json::parse(tags.out)) {
+    dateOf[fs::path(photo["SourceFile"].get<std::string>()).filename().string()] =
+        photo.value("DateTimeOriginal", "");
+  }
+  for (int n = 0; n < kCount; ++n) {
+    const RepairRow& row = result->rows[static_cast<std::size_t>(n)];
+    SCOPED_TRACE(row.source);
+    EXPECT_EQ(row.item, n + 1);
+    const std::string name = n == 0 ? "IMG_1.jpg" : "IMG_1 (" + std::to_string(n + 1) + ").jpg";
+    EXPECT_EQ(row.output, "Photos/2019/2019-07/" + name);
+    // The album's number says which date its photo was given.
+    const int album = std::stoi(row.source.substr(row.source.find("Album ") + 6, 4)) - 1000;
+    EXPECT_EQ(dateOf[name], ExifDate::format(kJuly31Late - 60.0 * album, 0).substr(0, 19));
+  }
 }
 
 TEST_F(RepairTest, RunLevelFailuresEndTheRunWithoutAWorkFolder) {
