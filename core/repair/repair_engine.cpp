@@ -1,16 +1,14 @@
 #include "core/repair/repair_engine.h"
 
 #include <exception>
-#include <future>
-#include <iterator>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "core/metadata/metadata_writer.h"
 #include "core/repair/album_lists.h"
 #include "core/repair/file_plan.h"
 #include "core/repair/output_naming.h"
-#include "core/repair/pending_row.h"
 #include "core/repair/report_writer.h"
 #include "core/repair/run_folder.h"
 #include "core/repair/staging.h"
@@ -23,9 +21,9 @@ namespace {
 constexpr std::string_view kRepairing = "Repairing";
 constexpr std::string_view kDone = "Done";
 
-// Items go through a run in chunks: a chunk's items are staged side by side, its copies
-// written one after another in item order, then read back side by side. Chunks rather than a
-// hand-over per item, because waking another thread costs about as much as a small photo's
+// Items go through a run in chunks: a chunk's items are staged side by side, its copies named
+// one after another in item order, then written and read back side by side. Chunks rather than
+// a hand-over per item, because waking another thread costs about as much as a small photo's
 // write.
 constexpr std::size_t kChunkItems = 32;
 constexpr std::int64_t kChunkBytes = std::int64_t{16} << 20;
@@ -58,10 +56,6 @@ struct RunState {
   ReportWriter::RowFiles report;
   UsedNames used;
   AlbumLists albums;
-  std::vector<PendingRow> pending;  // the chunk's rows, not yet added
-  // The read-backs of the chunk's written copies, not yet run: each fulfils a pending row's
-  // check.
-  std::vector<std::packaged_task<MetadataWriter::Verification()>> checks;
 
   // Every row goes to the report files and the totals at once; the result keeps it only when
   // asked to.
@@ -69,14 +63,6 @@ struct RunState {
     report.add(row);
     RepairEngine::tally(result.summary, row);
     if (options.keepRows) result.rows.push_back(std::move(row));
-  }
-
-  // Reads the chunk's copies back side by side, then adds its rows in order.
-  void finishChunk() {
-    ParallelLoop::run(checks.size(), [this](std::size_t n) { checks[n](); });
-    checks.clear();
-    for (PendingRow& slot : pending) add(slot.finish());
-    pending.clear();
   }
 };
 
@@ -93,47 +79,22 @@ RepairRow stagingFailure(const MediaUnit& unit, const MediaFile& file, const std
   return row;
 }
 
-// Writes one staged file to runFolder/folder/name and returns its row, whose read-back check
-// may still be running. Per-file failures end up in the row; nothing escapes.
-PendingRow writeFile(RunState& run, const MediaUnit& unit, const Staged& staged,
-                     const std::string& folder, const std::string& name) {
-  const std::filesystem::path& runFolder = run.result.outputFolder();
-  const std::string relative = folder + "/" + name;
-  const auto destination = runFolder / folder / name;
-  const MediaKind kind = staged.file->kind;
-  const MetadataPatch& patch = staged.plan.patch;
-  PendingRow pending(staged.plan.row(unit, *staged.file, relative));
-  RepairRow& row = pending.row;
-  try {
-    const WriteMethod method = writeCopy(staged, destination, run.work);
-    row.method = std::string(label(method));
-    if (method == WriteMethod::xmpSidecar) {
-      row.notes.push_back("This file type can't hold the metadata safely; it's in " + name +
-                          ".xmp and the file's dates");
-    } else if (method == WriteMethod::embedded) {
-      std::packaged_task<MetadataWriter::Verification()> check(
-          [destination, kind, patch] { return verify(destination, kind, patch); });
-      pending.checkNotesAt = row.notes.size();
-      pending.check = check.get_future();
-      run.checks.push_back(std::move(check));
-    }
-    for (const std::string& album : staged.file->albums) run.albums[album].push_back(relative);
-    if (staged.overlayNote) row.notes.push_back(*staged.overlayNote);
-    keepExtras(staged, name, folder, runFolder, row, run.work);
-  } catch (const std::exception& error) {
-    row.status = RepairRow::Status::failed;
-    row.notes.emplace_back(error.what());
-    std::error_code ignored;
-    std::filesystem::remove(staged.temp, ignored);
-  }
-  return pending;
-}
-
 // One item's files copied into the work folder and planned, and the rows of those that could
 // not be.
 struct StagedItem {
   std::vector<Staged> staged;
-  std::vector<PendingRow> rows;
+  std::vector<RepairRow> failures;
+};
+
+// One file's place in a chunk, in item order: the row of a file that could not be staged, or a
+// staged file with the name its copy takes.
+struct Slot {
+  const MediaUnit* unit = nullptr;
+  std::optional<Staged> staged;
+  std::string folder;
+  std::string name;
+  RepairRow row;
+  bool copied = false;  // the copy is in place, so its albums list it
 };
 
 // Stages every file of `unit`. Touches nothing but the work folder, so that several items can
@@ -145,19 +106,18 @@ StagedItem stageItem(const MediaUnit& unit, const std::filesystem::path& work,
     try {
       item.staged.push_back(stage(file, work, offsets, options));
     } catch (const std::exception& error) {
-      item.rows.emplace_back(stagingFailure(unit, *file, error.what()));
+      item.failures.push_back(stagingFailure(unit, *file, error.what()));
     }
   }
   return item;
 }
 
-// Files a staged item's copies together in the lead file's dated folder and returns the
-// item's rows, whose read-back checks may still be running. Only the dated folder's creation
-// can fail the run.
-std::vector<PendingRow> writeItem(RunState& run, const MediaUnit& unit, StagedItem item) {
-  const std::vector<Staged>& staged = item.staged;
-  std::vector<PendingRow> rows = std::move(item.rows);
-  if (staged.empty()) return rows;
+// Names a staged item's copies, together in the lead file's dated folder, and appends its
+// slots. Only the dated folder's creation can fail the run.
+void placeItem(RunState& run, const MediaUnit& unit, StagedItem item, std::vector<Slot>& slots) {
+  for (RepairRow& row : item.failures) slots.push_back({&unit, {}, {}, {}, std::move(row), false});
+  std::vector<Staged>& staged = item.staged;
+  if (staged.empty()) return;
   const Staged* lead = &staged.front();
   for (const Staged& s : staged) {
     if (s.file->kind == MediaKind::photo) {
@@ -171,9 +131,37 @@ std::vector<PendingRow> writeItem(RunState& run, const MediaUnit& unit, StagedIt
   for (const Staged& s : staged) wanted.push_back(s.name);
   const auto names = uniqueNames(wanted, folder, run.used);
   for (std::size_t i = 0; i < staged.size(); ++i) {
-    rows.push_back(writeFile(run, unit, staged[i], folder, names[i]));
+    slots.push_back({&unit, std::move(staged[i]), folder, names[i], {}, false});
   }
-  return rows;
+}
+
+// Writes a slot's staged file to runFolder/folder/name, reads it back and makes its row.
+// Per-file failures end up in the row; nothing escapes.
+void writeSlot(Slot& slot, const std::filesystem::path& runFolder,
+               const std::filesystem::path& work) {
+  const Staged& staged = *slot.staged;
+  const std::string relative = slot.folder + "/" + slot.name;
+  const auto destination = runFolder / slot.folder / slot.name;
+  RepairRow& row = slot.row = staged.plan.row(*slot.unit, *staged.file, relative);
+  try {
+    const WriteMethod method = writeCopy(staged, destination, work);
+    slot.copied = true;
+    row.method = std::string(label(method));
+    if (method == WriteMethod::xmpSidecar) {
+      row.notes.push_back("This file type can't hold the metadata safely; it's in " + slot.name +
+                          ".xmp and the file's dates");
+    } else if (method == WriteMethod::embedded) {
+      checkCopy(destination, staged.file->kind, staged.plan.patch, row);
+    }
+    if (staged.overlayNote) row.notes.push_back(*staged.overlayNote);
+    keepExtras(staged, slot.name, slot.folder, runFolder, row, work);
+  } catch (const std::exception& error) {
+    row.status = RepairRow::Status::failed;
+    row.notes.emplace_back(error.what());
+    std::error_code ignored;
+    std::filesystem::remove(staged.temp, ignored);
+  }
+  slot.staged.reset();  // its bytes are written
 }
 
 // The end of the chunk of items that starts at `begin`: at most kChunkItems items, and no more
@@ -188,6 +176,50 @@ std::size_t chunkEnd(const ScanResult& scan, std::size_t begin) {
     ++end;
   }
   return end;
+}
+
+// Repairs the items [begin, end): stages them side by side, names their copies in item order,
+// writes and reads the copies back side by side, and adds the rows in item order. False when
+// the run was cancelled before one of them. A run-level error is thrown once the items named
+// before it are written and their rows added, as a run taking one item at a time would leave
+// them.
+bool repairChunk(RunState& run, std::size_t begin, std::size_t end,
+                 const ProgressCallback& progress, const CancelQuery& isCancelled) {
+  const ScanResult& scan = run.scan;
+  std::vector<StagedItem> items(end - begin);
+  ParallelLoop::run(items.size(), [&](std::size_t k) {
+    items[k] = stageItem(scan.units[begin + k], run.work, run.offsets, run.options);
+  });
+  const auto total = static_cast<std::int64_t>(scan.units.size());
+  std::vector<Slot> slots;
+  bool cancelled = false;
+  std::exception_ptr failure;
+  for (std::size_t k = 0; k < items.size() && !failure; ++k) {
+    const auto i = static_cast<std::int64_t>(begin + k);
+    cancelled = isCancelled && isCancelled();
+    if (cancelled) break;  // the items staged beyond go with the work folder
+    if (progress) progress({std::string(kRepairing), i, total});
+    try {
+      placeItem(run, scan.units[begin + k], std::move(items[k]), slots);
+      run.result.itemsReached = i + 1;
+    } catch (...) {
+      failure = std::current_exception();
+    }
+  }
+  const std::filesystem::path& runFolder = run.result.outputFolder();
+  ParallelLoop::run(slots.size(), [&](std::size_t n) {
+    if (slots[n].staged) writeSlot(slots[n], runFolder, run.work);
+  });
+  for (Slot& slot : slots) {
+    if (slot.copied) {
+      for (const std::string& album : slot.row.albums) {
+        run.albums[album].push_back(slot.row.output);
+      }
+    }
+    run.add(std::move(slot.row));
+  }
+  if (failure) std::rethrow_exception(failure);
+  return !cancelled;
 }
 
 }  // namespace
@@ -206,30 +238,14 @@ RepairResultPtr run(const ScanResult& scan, const RepairOptions& options,
                  buildOffsetIndex(scan),
                  ReportWriter::RowFiles(work.path()),
                  {},
-                 {},
-                 {},
                  {}};
 
-  const auto total = static_cast<std::int64_t>(scan.units.size());
-  bool cancelled = false;
-  for (std::size_t begin = 0; begin < scan.units.size() && !cancelled;) {
+  for (std::size_t begin = 0; begin < scan.units.size();) {
     const std::size_t end = chunkEnd(scan, begin);
-    std::vector<StagedItem> items(end - begin);
-    ParallelLoop::run(items.size(), [&](std::size_t k) {
-      items[k] = stageItem(scan.units[begin + k], state.work, state.offsets, options);
-    });
-    for (std::size_t k = 0; k < items.size(); ++k) {
-      const auto i = static_cast<std::int64_t>(begin + k);
-      cancelled = isCancelled && isCancelled();
-      if (cancelled) break;  // the items staged beyond go with the work folder
-      if (progress) progress({std::string(kRepairing), i, total});
-      auto rows = writeItem(state, scan.units[begin + k], std::move(items[k]));
-      std::move(rows.begin(), rows.end(), std::back_inserter(state.pending));
-      result->itemsReached = i + 1;
-    }
-    state.finishChunk();
+    if (!repairChunk(state, begin, end, progress, isCancelled)) break;
     begin = end;
   }
+  const auto total = static_cast<std::int64_t>(scan.units.size());
   writeAlbums(state.albums, runFolder);
   result->summary.items = total;
   state.report.commit(result->reportFolder());

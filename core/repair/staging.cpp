@@ -1,5 +1,9 @@
 #include "core/repair/staging.h"
 
+#include <functional>
+#include <string>
+#include <thread>
+
 #include "core/metadata/embedded_metadata_reader.h"
 #include "core/repair/output_naming.h"
 #include "core/repair/overlay_compositor.h"
@@ -49,9 +53,10 @@ std::optional<EmbeddedMetadata> readStaged(const Staged& staged) {
 template <typename Writer>
 WriteMethod writeThroughWork(const std::filesystem::path& destination,
                              const std::filesystem::path& work, const Writer& write) {
-  // One folder for every copy in turn: each leaves it before the next is written, and a
-  // folder per copy would cost the file system an inode per file for nothing.
-  const auto folder = work / "out";
+  // One folder per thread, for every copy it writes in turn: each leaves it before the next is
+  // written, and a folder per copy would cost the file system an inode per file for nothing.
+  const auto folder =
+      work / ("out-" + std::to_string(std::hash<std::thread::id>{}(std::this_thread::get_id())));
   std::filesystem::create_directory(folder);
   const auto written = folder / destination.filename();
   const auto sidecar = std::filesystem::path(written.string() + ".xmp");
@@ -139,9 +144,25 @@ WriteMethod writeCopy(const Staged& staged, const std::filesystem::path& destina
   });
 }
 
-MetadataWriter::Verification verify(const std::filesystem::path& written, MediaKind kind,
-                                    const MetadataPatch& patch) {
-  return MetadataWriter::verify(patch, EmbeddedMetadataReader::read(written, kind));
+void recordCheck(RepairRow& row, const std::function<MetadataWriter::Verification()>& readBack) {
+  try {
+    const MetadataWriter::Verification outcome = readBack();
+    if (outcome.problem) {
+      row.notes.push_back(*outcome.problem);
+      row.status = RepairRow::Status::failed;
+    }
+    if (outcome.note) row.notes.push_back(*outcome.note);
+  } catch (const std::exception& error) {
+    row.notes.emplace_back(error.what());
+    row.status = RepairRow::Status::failed;
+  }
+}
+
+void checkCopy(const std::filesystem::path& written, MediaKind kind, const MetadataPatch& patch,
+               RepairRow& row) {
+  recordCheck(row, [&] {
+    return MetadataWriter::verify(patch, EmbeddedMetadataReader::read(written, kind));
+  });
 }
 
 void keepExtras(const Staged& staged, const std::string& finalName, const std::string& folder,

@@ -2,6 +2,7 @@
 #define QUILLMERE_CORE_REPAIR_STAGING_H_
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -40,16 +41,21 @@ Staged stage(const MediaFilePtr& file, const std::filesystem::path& work,
 
 // Writes `staged` to `destination` with its plan's patch (MetadataWriter::writeInPlace on the
 // working copy, which a HEIF photo thus gets in place, or the prepared bytes of a photo in
-// memory), through a private folder inside `work`: the copy
+// memory), through a folder inside `work` private to the calling thread: the copy
 // (and its ".xmp" sidecar, if the writer made one) is renamed to `destination` only when
 // complete, so a killed run leaves nothing half-written among the output. Throws the writer's
 // or the file system's error.
 WriteMethod writeCopy(const Staged& staged, const std::filesystem::path& destination,
                       const std::filesystem::path& work);
 
-// Reads the written copy back and checks it holds the patch's date and position.
-MetadataWriter::Verification verify(const std::filesystem::path& written, MediaKind kind,
-                                    const MetadataPatch& patch);
+// Puts the outcome of `readBack` into `row`: its problem (which fails the row), then its note.
+// A read-back that throws fails the row with the exception's message in the problem's place.
+void recordCheck(RepairRow& row, const std::function<MetadataWriter::Verification()>& readBack);
+
+// Reads the written copy back, checks it holds the patch's date and position, and records the
+// outcome in `row` (recordCheck). Never throws.
+void checkCopy(const std::filesystem::path& written, MediaKind kind, const MetadataPatch& patch,
+               RepairRow& row);
 
 // What a Snapchat file leaves besides its copy: a merged photo's original, written with the
 // same metadata into "Extras/Without overlays/<sub>", or a video's overlay, moved into
