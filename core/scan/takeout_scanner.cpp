@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <numeric>
+#include <optional>
 #include <set>
 #include <unordered_map>
 #include <utility>
@@ -11,6 +12,7 @@
 #include "core/scan/scan_support.h"
 #include "core/scan/sidecar_matcher.h"
 #include "core/scan/takeout_json.h"
+#include "core/sources/parallel_loop.h"
 #include "core/sources/unicode_text.h"
 
 namespace quillmere::TakeoutScanner {
@@ -56,34 +58,58 @@ TakeoutSidecar foldable(TakeoutSidecar sidecar) {
   return sidecar;
 }
 
+// One JSON file as read: its packed per-photo record, its album metadata, or neither.
+struct ReadJson {
+  std::string name;
+  std::optional<PackedRecord> sidecar;
+  std::optional<TakeoutAlbumInfo> album;
+};
+
+ReadJson readJson(const SourceFile& file) {
+  ReadJson read{file.fileName(), {}, {}};
+  if (file.size() >= kMaxJsonSize) return read;
+  Bytes bytes;
+  try {
+    bytes = file.readAll();
+  } catch (const std::exception&) {
+    return read;
+  }
+  TakeoutJSON parsed = TakeoutJSON::parse(bytes);
+  if (auto* sidecar = std::get_if<TakeoutSidecar>(&parsed.value)) {
+    read.sidecar = foldable(std::move(*sidecar)).pack();
+  } else if (const TakeoutAlbumInfo* album = parsed.album()) {
+    read.album = *album;
+  }
+  return read;
+}
+
+// The files are read and parsed side by side, a batch at a time, and taken into the tables
+// in their order.
 void readJsonFiles(Tables& tables, ScanSummary& summary, const ProgressCallback& progress) {
+  constexpr std::size_t kBatch = 256;
   std::int64_t total = 0;
   for (const auto& [folder, jsons] : tables.jsonByFolder)
     total += static_cast<std::int64_t>(jsons.size());
   std::int64_t count = 0;
+  std::vector<ReadJson> batch;
   for (auto& [folder, jsons] : tables.jsonByFolder) {
-    // Each JSON file goes as soon as it is read: only its parsed record is needed later.
-    for (SourceFilePtr& slot : jsons) {
-      const SourceFilePtr file = std::move(slot);
-      if (++count % 500 == 0) report(progress, ScanPhase::readingMetadata, count, total);
-      if (file->size() >= kMaxJsonSize) {
-        ++summary.unreadableJSON;
-        continue;
-      }
-      Bytes bytes;
-      try {
-        bytes = file->readAll();
-      } catch (const std::exception&) {
-        ++summary.unreadableJSON;
-        continue;
-      }
-      TakeoutJSON parsed = TakeoutJSON::parse(bytes);
-      if (auto* sidecar = std::get_if<TakeoutSidecar>(&parsed.value)) {
-        tables.sidecars[folder][file->fileName()] = foldable(std::move(*sidecar)).pack();
-      } else if (const TakeoutAlbumInfo* album = parsed.album()) {
-        tables.albumInfo[folder] = *album;
-      } else {
-        ++summary.unreadableJSON;
+    for (std::size_t begin = 0; begin < jsons.size(); begin += kBatch) {
+      batch.clear();
+      batch.resize(std::min(kBatch, jsons.size() - begin));
+      ParallelLoop::run(batch.size(), [&](std::size_t k) {
+        // Each JSON file goes as soon as it is read: only its parsed record is needed later.
+        const SourceFilePtr file = std::move(jsons[begin + k]);
+        batch[k] = readJson(*file);
+      });
+      for (ReadJson& read : batch) {
+        if (++count % 500 == 0) report(progress, ScanPhase::readingMetadata, count, total);
+        if (read.sidecar) {
+          tables.sidecars[folder][read.name] = std::move(*read.sidecar);
+        } else if (read.album) {
+          tables.albumInfo[folder] = std::move(*read.album);
+        } else {
+          ++summary.unreadableJSON;
+        }
       }
     }
     jsons = {};
