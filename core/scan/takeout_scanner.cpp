@@ -92,7 +92,8 @@ void readJsonFiles(Tables& tables, ScanSummary& summary, const ProgressCallback&
     total += static_cast<std::int64_t>(jsons.size());
   std::int64_t count = 0;
   std::vector<ReadJson> batch;
-  for (auto& [folder, jsons] : tables.jsonByFolder) {
+  for (auto& [folder, files] : tables.jsonByFolder) {
+    std::vector<SourceFilePtr>& jsons = files;  // a lambda can't capture a structured binding
     for (std::size_t begin = 0; begin < jsons.size(); begin += kBatch) {
       batch.clear();
       batch.resize(std::min(kBatch, jsons.size() - begin));
