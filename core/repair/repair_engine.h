@@ -31,9 +31,9 @@ namespace RepairEngine {
 // and the cancellation query are called on the caller's thread. A cancelled run returns the
 // rows it reached, with a summary and report like any other. Throws QuillmereError or the file
 // system's error when the run cannot start or its album lists or report cannot be written.
-// Items are staged, and their copies read back, several at a time on the machine's cores; the
-// copies are written and named in item order, and the rows, report and summary are exactly
-// those of a run that did one thing at a time.
+// Items are staged, and their copies written and read back, several at a time on the
+// machine's cores; the copies are named in item order, and the rows, report and summary are
+// exactly those of a run that did one thing at a time.
 RepairResultPtr run(const ScanResult& scan, const RepairOptions& options,
                     const ProgressCallback& progress = {}, const CancelQuery& isCancelled = {});
 
