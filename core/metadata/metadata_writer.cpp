@@ -178,13 +178,6 @@ bool writesFromMemory(MediaKind kind, std::span<const std::uint8_t> content) {
          !HeifContainer::isHeif(content.first(std::min<std::size_t>(content.size(), 4096)));
 }
 
-WriteMethod writeFromMemory(const MetadataPatch& patch, std::span<const std::uint8_t> photo,
-                            const fs::path& destination,
-                            const std::vector<std::string>& existingKeywords) {
-  return writePrepared(prepare(patch, photo, destination.filename().string(), existingKeywords),
-                       patch, photo, destination, existingKeywords);
-}
-
 PreparedPhoto prepare(const MetadataPatch& patch, std::span<const std::uint8_t> photo,
                       std::string_view fileName, const std::vector<std::string>& existingKeywords) {
   PreparedPhoto prepared;

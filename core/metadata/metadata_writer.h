@@ -77,21 +77,15 @@ WriteMethod writeInPlace(const MetadataPatch& patch, MediaKind kind,
                          const std::filesystem::path& destination,
                          const std::vector<std::string>& existingKeywords);
 
-// True when writeFromMemory takes a file of `kind` with this `content`: every photo but HEIC,
-// HEIF and AVIF, which are rewritten from a file.
+// True when a photo of `kind` with this `content` can be written from memory (prepare, then
+// writePrepared): every photo but HEIC, HEIF and AVIF, which are rewritten from a file.
 bool writesFromMemory(MediaKind kind, std::span<const std::uint8_t> content);
 
-// Like write, for a photo whose whole content is `photo` in memory: the copy is written once,
-// from `photo` as it is or from its rewritten bytes, and no working file is consumed. Takes the
-// same way through an unchanged copy, the in-file rewrite and the XMP fallback, with the same
-// outcome for the same bytes. Only for what writesFromMemory accepts. Throws like write.
-WriteMethod writeFromMemory(const MetadataPatch& patch, std::span<const std::uint8_t> photo,
-                            const std::filesystem::path& destination,
-                            const std::vector<std::string>& existingKeywords);
-
-// writeFromMemory in two steps, so that the rewrite can be done away from where the copy is
-// filed: `prepare` does everything but writing, `writePrepared` writes. Together they write
-// what writeFromMemory writes for the same arguments.
+// A photo whose whole content is in memory is written in two steps, so that the rewrite can be
+// done away from where the copy is filed: `prepare` does everything but writing, and
+// `writePrepared` writes the copy once, from the photo as it is or from its rewritten bytes,
+// consuming no working file. Together they take the same way as write through an unchanged
+// copy, the in-file rewrite and the XMP fallback, with the same outcome for the same bytes.
 struct PreparedPhoto {
   bool unchanged = false;          // the patch is empty: the copy is the photo as it is
   std::optional<Bytes> rewritten;  // the photo with the tags inside
@@ -105,7 +99,8 @@ PreparedPhoto prepare(const MetadataPatch& patch, std::span<const std::uint8_t> 
                       std::string_view fileName, const std::vector<std::string>& existingKeywords);
 
 // Writes the copy of `photo` that `prepared` describes to `destination`, with the XMP fallback
-// when the tags did not go inside or their copy could not be written. Throws like write.
+// when the tags did not go inside or their copy could not be written. Only for what
+// writesFromMemory accepts. Throws like write.
 WriteMethod writePrepared(const PreparedPhoto& prepared, const MetadataPatch& patch,
                           std::span<const std::uint8_t> photo,
                           const std::filesystem::path& destination,

@@ -8,8 +8,8 @@ namespace quillmere::ParallelLoop {
 
 // Calls `body(i)` once for every i in [0, count): on the calling thread and on up to
 // `maxHelpers` further threads (fewer on a machine with fewer cores), each taking the next
-// index not yet taken. `tick(started)` is called on the calling thread only, every `tickEvery`
-// indices it takes, with the number of indices taken so far by all threads.
+// index not yet taken. `tick(i)` is called on the calling thread only, before every
+// `tickEvery`-th index it takes (the first included), with that index.
 // Requires: `body` is safe to call from several threads at once for different indices.
 // Failure: once a call throws, no further index is started; when every thread has stopped,
 // the first exception is rethrown on the calling thread.

@@ -249,7 +249,8 @@ TEST(MetadataWriterTest, WritingFromMemoryMakesTheSameCopyAsFromAFile) {
     const fs::path fromFile = dir / "file" / c.name, fromMemory = dir / "memory" / c.name;
     EXPECT_EQ(MetadataWriter::write(c.patch, MediaKind::photo, dir / "work", fromFile, {"A"}),
               c.method);
-    EXPECT_EQ(MetadataWriter::writeFromMemory(c.patch, bytes, fromMemory, {"A"}), c.method);
+    const auto prepared = MetadataWriter::prepare(c.patch, bytes, c.name, {"A"});
+    EXPECT_EQ(MetadataWriter::writePrepared(prepared, c.patch, bytes, fromMemory, {"A"}), c.method);
     EXPECT_EQ(testing::readFile(fromMemory), testing::readFile(fromFile));
     EXPECT_EQ(namesIn(dir / "memory"), namesIn(dir / "file"));
     EXPECT_DOUBLE_EQ(modificationTime(fromMemory),
